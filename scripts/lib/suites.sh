@@ -1,0 +1,104 @@
+# Shell functions to run suites and count what they say. Source it after wine.sh; it needs $root.
+#
+# A suite is one GoogleTest program, or a gate: a command that passes or fails as a whole and counts as one test.
+
+suites_logs=$root/build/test-logs
+suites_tally=$suites_logs/tally
+suites_wine_open=''
+
+suites_begin() {
+    suites_filter=$1
+    rm -rf "$suites_logs"
+    mkdir -p "$suites_logs"
+    : >"$suites_tally"
+}
+
+suites_announce() {
+    printf '%s\n' "$*"
+}
+
+# suite_log NAME: the file that keeps this suite's output.
+suite_log() {
+    printf '%s/%s.log' "$suites_logs" "$(printf '%s' "$1" | tr -c 'A-Za-z0-9_\n' '-')"
+}
+
+suite_is_named() {
+    [[ $1 == *"$suites_filter"* ]]
+}
+
+# gate NAME COMMAND...: runs only when the filter names it.
+gate() {
+    local name=$1 log started tenths
+    shift
+    suite_is_named "$name" || return 0
+    log=$(suite_log "$name")
+    started=$(date +%s%N)
+    if "$@" >"$log" 2>&1 </dev/null; then
+        set -- 1 0
+    else
+        set -- 0 1
+    fi
+    tenths=$((($(date +%s%N) - started) / 100000000))
+    printf '%-38s%5d passed %3d failed %7s s\n' "$name" "$1" "$2" "$((tenths / 10)).$((tenths % 10))"
+    [ "$2" -eq 0 ] || { printf -- '---- %s:\n' "$name"; tail -n 150 "$log"; }
+    printf '%d %d\n' "$1" "$2" >>"$suites_tally"
+}
+
+# run_suite NAME OPTIONS-AND-COMMAND...: see run_suite.py.
+run_suite() {
+    local name=$1 test_filter=$suites_filter
+    shift
+    suite_is_named "$name" && test_filter=''
+    "$root/scripts/lib/run_suite.py" --name "$name" --log "$(suite_log "$name")" --tally "$suites_tally" \
+        --filter="$test_filter" "$@" 9>&- || true
+}
+
+# ThreadSanitizer needs its own part of the address space, which a kernel with much randomisation may have given away.
+fixed_addresses=()
+if setarch "$(uname -m)" -R true 2>/dev/null; then fixed_addresses=(setarch "$(uname -m)" -R); fi
+
+native_suite() {
+    run_suite "$1" --timeout "${RAVLO_SUITE_TIMEOUT:-240}" -- "${fixed_addresses[@]}" "$2"
+}
+
+wine_suite() {
+    run_suite "$1" --timeout "${RAVLO_SUITE_TIMEOUT:-120}" --wine -- "$wine_loader" "$2"
+}
+
+# windows_suites PRESET: the portable tests under Wine, then every Windows test program, one after the other: they share
+# pipe names, registry keys and the log.
+windows_suites() {
+    local bin=build/$1/bin file stem
+    suites_wine_open=1
+    if ! wine_open test --standin "build/$1/standin/mfsensorgroup.dll" --append-log "$root/build/$1/standin/append_log.so"; then
+        echo "the Wine prefix $WINEPREFIX cannot be made"
+        suites_abort
+    fi
+    wine_suite "unit (wine)" "$bin/ravlo_unit_tests.exe"
+    for file in tests/windows/*_test.cpp tests/tools/*_test.cpp; do
+        stem=$(basename "$file" .cpp)
+        wine_suite "$stem" "$bin/ravlo_$stem.exe"
+    done
+    wine_close_if_open
+}
+
+wine_close_if_open() {
+    [ -z "$suites_wine_open" ] || wine_close
+    suites_wine_open=''
+}
+
+# Ends the run where nothing can be tested any more; what cannot be tried has failed.
+suites_abort() {
+    echo "0 1" >>"$suites_tally"
+    suites_end
+}
+
+# The last line, and the exit code: failed tests, or none at all, are a failure.
+suites_end() {
+    local passed failed
+    read -r passed failed < <(awk '{ p += $1; f += $2 } END { print p + 0, f + 0 }' "$suites_tally")
+    [ $((passed + failed)) -gt 0 ] || echo "no test matches '$suites_filter'"
+    echo "$passed passed, $failed failed"
+    [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ] && exit 0
+    exit 1
+}

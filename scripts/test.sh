@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Builds everything and runs all tests. usage: scripts/test.sh [FILTER]
+#
+# FILTER chooses suites whose name contains it, and in all others the tests whose full name contains it.
+# One line a suite, failing tests in full; the last line is 'N passed, N failed'. Logs: build/test-logs/.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+filter=${1:-}
+source "$root/scripts/lib/build.sh"
+source "$root/scripts/lib/wine.sh"
+source "$root/scripts/lib/suites.sh"
+
+"$root/scripts/setup.sh"
+cd "$root"
+mkdir -p build
+exec 9>build/.test.lock
+flock -n 9 || { echo "another test run is at work in this checkout; waiting"; flock 9; }
+
+suites_begin "$filter"
+trap wine_close_if_open EXIT
+
+suites_announce "building host-asan, host-tsan, windows"
+for preset in host-asan host-tsan windows; do
+    started=$SECONDS
+    build_preset "$preset" || suites_abort
+    suites_announce "built $preset in $((SECONDS - started)) s"
+done
+
+gate "clang-format" scripts/format.sh --check
+gate "clang-tidy" scripts/lint.sh
+gate "binary" tests/binary/check_dll.py --dll build/windows/bin/rvmediasource.dll \
+    --objects build/windows/src --version-file CMakeLists.txt
+gate "reproducible build" tests/binary/check_reproducible.sh
+gate "frame-pipe document" tests/docs/check_frame_pipe_md.py
+
+native_suite "unit (asan)" build/host-asan/bin/ravlo_unit_tests
+native_suite "unit (tsan)" build/host-tsan/bin/ravlo_unit_tests
+native_suite "tools (asan)" build/host-asan/bin/ravlo_tool_tests
+native_suite "tools (tsan)" build/host-tsan/bin/ravlo_tool_tests
+
+windows_suites windows
+
+suites_end

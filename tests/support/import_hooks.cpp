@@ -1,0 +1,150 @@
+#include "support/import_hooks.h"
+
+#include <winternl.h>
+
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+
+namespace ravlo::test {
+namespace {
+
+struct DllNotificationData {
+    ULONG flags;
+    const UNICODE_STRING* fullName;
+    const UNICODE_STRING* baseName;
+    void* base;
+    ULONG size;
+};
+constexpr ULONG kReasonLoaded = 1;
+
+using NotificationCallback = void(CALLBACK*)(ULONG reason, const DllNotificationData* data, void* context);
+using RegisterFn = LONG(NTAPI*)(ULONG flags, NotificationCallback callback, void* context, void** cookie);
+using UnregisterFn = LONG(NTAPI*)(void* cookie);
+
+template <class F>
+F FromNtdll(const char* name) {
+    return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name)));
+}
+
+void CALLBACK Notify(ULONG reason, const DllNotificationData* data, void* context) {
+    if (reason == kReasonLoaded) {
+        const std::wstring_view name(data->baseName->Buffer, data->baseName->Length / sizeof(wchar_t));
+        static_cast<LoadHooks*>(context)->OnLoaded(static_cast<HMODULE>(data->base), name);
+    }
+}
+
+bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right) {
+    return left.size() == right.size() && _wcsnicmp(left.data(), right.data(), left.size()) == 0;
+}
+
+/// The table entry through which `module` calls `function`, or nullptr.
+void** FindImport(HMODULE module, const char* function) {
+    auto* const image = reinterpret_cast<BYTE*>(module);
+    const auto* const dos = reinterpret_cast<IMAGE_DOS_HEADER*>(image);
+    const auto* const headers = reinterpret_cast<IMAGE_NT_HEADERS*>(image + dos->e_lfanew);
+    const IMAGE_DATA_DIRECTORY& imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    if (imports.Size == 0) {
+        return nullptr;
+    }
+    auto* library = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(image + imports.VirtualAddress);
+    for (; library->Name != 0; ++library) {
+        const auto* name = reinterpret_cast<IMAGE_THUNK_DATA*>(image + library->OriginalFirstThunk);
+        auto* entry = reinterpret_cast<IMAGE_THUNK_DATA*>(image + library->FirstThunk);
+        for (; name->u1.AddressOfData != 0; ++name, ++entry) {
+            if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal)) {
+                continue;
+            }
+            const auto* const byName = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(image + name->u1.AddressOfData);
+            if (std::strcmp(reinterpret_cast<const char*>(byName->Name), function) == 0) {
+                return reinterpret_cast<void**>(&entry->u1.Function);
+            }
+        }
+    }
+    return nullptr;
+}
+
+void* Exchange(void** entry, void* value) {
+    DWORD protection = 0;
+    VirtualProtect(entry, sizeof *entry, PAGE_READWRITE, &protection);
+    void* const previous = InterlockedExchangePointer(entry, value);
+    VirtualProtect(entry, sizeof *entry, protection, &protection);
+    return previous;
+}
+
+bool IsMapped(const void* address) {
+    HMODULE module = nullptr;
+    return GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                              static_cast<LPCWSTR>(address), &module) != FALSE;
+}
+
+}  // namespace
+
+void* PatchImport(HMODULE module, const char* function, void* hook) {
+    void** const entry = FindImport(module, function);
+    return entry ? Exchange(entry, hook) : nullptr;
+}
+
+bool ImportSlot::Install(HMODULE module, const char* function, void* hook) {
+    void** const entry = FindImport(module, function);
+    if (!entry) {
+        m_entry = nullptr;
+        return false;
+    }
+    m_hook = hook;
+    m_original = *entry;  // before the exchange: the module's threads may call through the entry at once
+    m_entry = entry;
+    Exchange(entry, hook);
+    return true;
+}
+
+void ImportSlot::Restore() {
+    void** const entry = m_entry.exchange(nullptr);
+    // A module that was unloaded, or loaded anew at the same place, has a table of its own again.
+    if (entry && IsMapped(entry) && *entry == m_hook) {
+        Exchange(entry, m_original.load());
+    }
+}
+
+LoadHooks::LoadHooks(std::wstring moduleName) : m_moduleName(std::move(moduleName)) {
+    const auto subscribe = FromNtdll<RegisterFn>("LdrRegisterDllNotification");
+    if (!subscribe || subscribe(0, Notify, this, &m_cookie) < 0) {
+        throw std::runtime_error("LdrRegisterDllNotification failed");
+    }
+}
+
+LoadHooks::~LoadHooks() {
+    FromNtdll<UnregisterFn>("LdrUnregisterDllNotification")(m_cookie);
+}
+
+void LoadHooks::Add(ImportSlot* slot, const char* function, void* hook) {
+    const detail::SrwGuard guard(m_lock);
+    m_entries.push_back({slot, function, hook});
+}
+
+void LoadHooks::Remove(ImportSlot* slot) {
+    const detail::SrwGuard guard(m_lock);
+    std::erase_if(m_entries, [slot](const Entry& entry) { return entry.slot == slot; });
+}
+
+std::string LoadHooks::Missing() const {
+    const detail::SrwGuard guard(m_lock);
+    return m_missing;
+}
+
+void LoadHooks::OnLoaded(HMODULE module, std::wstring_view name) {
+    if (!EqualIgnoringCase(name, m_moduleName)) {
+        return;
+    }
+    const detail::SrwGuard guard(m_lock);
+    ++m_loads;
+    m_missing.clear();
+    for (const Entry& entry : m_entries) {
+        if (!entry.slot->Install(module, entry.function, entry.hook)) {
+            m_missing += (m_missing.empty() ? "" : " ");
+            m_missing += entry.function;
+        }
+    }
+}
+
+}  // namespace ravlo::test

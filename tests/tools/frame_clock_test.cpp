@@ -1,0 +1,107 @@
+#include "rvfeeder/frame_clock.h"
+
+#include <gtest/gtest.h>
+
+namespace ravlo::test {
+namespace {
+
+using Kind = FrameStep::Kind;
+constexpr std::int64_t kStart = 1'000'000'000;
+
+TEST(FrameClock, TheFirstFrameIsDueAtOnceAndStartsTheClock) {
+    FrameClock clock(25, 1);
+    EXPECT_EQ(clock.Judge(kStart, kStart).kind, Kind::Send);
+    clock.Advance();
+    const FrameStep second = clock.Judge(kStart, kStart);
+    EXPECT_EQ(second.kind, Kind::Wait);
+    EXPECT_EQ(second.wait, 400'000);
+    EXPECT_EQ(clock.Judge(kStart + 399'999, kStart).wait, 1);
+    EXPECT_EQ(clock.Judge(kStart + 400'000, kStart).kind, Kind::Send);
+}
+
+TEST(FrameClock, FractionalRatesDoNotDriftOverHours) {
+    FrameClock clock(30000, 1001);
+    clock.Judge(kStart, kStart);
+    for (int frame = 0; frame < 30000 * 12; ++frame) {
+        clock.Advance();
+    }
+    // 360,000 frames at 30000/1001 a second last exactly 12,012 seconds.
+    EXPECT_EQ(clock.Judge(kStart, kStart).wait, 120'120'000'000);
+}
+
+TEST(FrameClock, HighRatesDoNotOverflowWithinAYear) {
+    FrameClock clock(1'000'000, 1001);
+    clock.Judge(kStart, kStart);
+    constexpr std::int64_t kYear = 315'360'000'000'000;
+    for (int frame = 0; frame < 1'000'000; ++frame) {
+        clock.Advance();
+    }
+    EXPECT_EQ(clock.Judge(kStart, kStart).wait, 10'010'000'000);
+    EXPECT_EQ(clock.Judge(kStart + kYear, kStart).kind, Kind::Drop);
+}
+
+TEST(FrameClock, UpToOnePeriodOfDelayIsCaughtUpWithoutMovingTheClock) {
+    FrameClock clock(25, 1);
+    clock.Judge(kStart, kStart);
+    clock.Advance();
+    EXPECT_EQ(clock.Judge(kStart + 800'000, kStart).kind, Kind::Send);
+    clock.Advance();
+    EXPECT_EQ(clock.Judge(kStart + 800'001, kStart).kind, Kind::Send);
+    clock.Advance();
+    EXPECT_EQ(clock.Judge(kStart + 800'001, kStart).wait, 399'999);
+    EXPECT_EQ(clock.Restarts(), 0U);
+}
+
+TEST(FrameClock, FramesThatWaitedTooLongHereAreDroppedUntilOneIsDue) {
+    FrameClock clock(25, 1);
+    clock.Judge(kStart, kStart);
+    clock.Advance();
+    const std::int64_t late = kStart + 2'050'000;  // a write took five periods
+    int dropped = 0;
+    while (clock.Judge(late, kStart).kind == Kind::Drop) {
+        ++dropped;
+        clock.Advance();
+    }
+    EXPECT_EQ(dropped, 4) << "those due at 40, 80, 120 and 160 ms";
+    EXPECT_EQ(clock.Judge(late, kStart).kind, Kind::Send);
+    EXPECT_EQ(clock.Restarts(), 0U);
+}
+
+TEST(FrameClock, AnInputThatCameLateStartsTheClockAnewInsteadOfABurst) {
+    FrameClock clock(25, 1);
+    clock.Judge(kStart, kStart);
+    clock.Advance();
+    const std::int64_t late = kStart + 10'000'000;
+    EXPECT_EQ(clock.Judge(late, late).kind, Kind::Send);
+    EXPECT_EQ(clock.Restarts(), 1U);
+    clock.Advance();
+    EXPECT_EQ(clock.Judge(late, late).wait, 400'000);
+}
+
+TEST(FrameClock, ThousandsOfFramesOverAnUnevenInputNeverComeFasterThanTheRate) {
+    FrameClock clock(60, 1);
+    std::int64_t now = kStart;
+    std::int64_t sentInWindow = 0;
+    std::int64_t windowStart = now;
+    for (int frame = 0; frame < 10'000; ++frame) {
+        if (frame % 97 == 0) {
+            now += 3'000'000;  // the input stalls for 18 periods
+        }
+        FrameStep step = clock.Judge(now, now);
+        while (step.kind == Kind::Wait) {
+            now += step.wait;
+            step = clock.Judge(now, now);
+        }
+        sentInWindow += step.kind == Kind::Send ? 1 : 0;
+        clock.Advance();
+        if (now - windowStart >= 10'000'000) {
+            EXPECT_LE(sentInWindow, (now - windowStart) * 60 / 10'000'000 + 2);
+            windowStart = now;
+            sentInWindow = 0;
+        }
+    }
+    EXPECT_EQ(clock.Restarts(), 103U) << "one a stall; the first frame finds no clock to restart";
+}
+
+}  // namespace
+}  // namespace ravlo::test

@@ -1,0 +1,125 @@
+#include "rvfeeder/picture_input.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+
+#include "rvfeeder/raw_reader.h"
+#include "tools/memory_source.h"
+
+namespace ravlo::test {
+namespace {
+
+using std::chrono::milliseconds;
+constexpr milliseconds kPatience{5000};
+
+PictureInput::Opener OpenerOf(std::string bytes) {
+    return [bytes] {
+        return std::make_unique<RawReader>(std::make_unique<MemorySource>(bytes), FrameGeometry{2, 2, 30, 1});
+    };
+}
+
+/// The next picture as text; "END" at the end, "NOTHING" when none comes in time.
+std::string Next(PictureInput& input, milliseconds patience = kPatience) {
+    QueuedFrame frame;
+    switch (input.Queue().TakeFilled(frame, patience)) {
+        case FrameQueue::Take::Frame: {
+            std::string text(frame.nv12.begin(), frame.nv12.end());
+            input.Queue().PutEmpty(std::move(frame));
+            return text;
+        }
+        case FrameQueue::Take::End:
+            return "END";
+        case FrameQueue::Take::Nothing:
+            break;
+    }
+    return "NOTHING";
+}
+
+TEST(PictureInput, PicturesComeInOrderAndThenTheEnd) {
+    PictureInput input(OpenerOf("aaaaaabbbbbbcccccc"), false, 2);
+    ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
+    EXPECT_EQ(input.Geometry(), (FrameGeometry{2, 2, 30, 1}));
+    EXPECT_EQ(Next(input), "aaaaaa");
+    EXPECT_EQ(Next(input), "bbbbbb");
+    EXPECT_EQ(Next(input), "cccccc");
+    EXPECT_EQ(Next(input), "END");
+    EXPECT_EQ(input.Error(), "");
+}
+
+TEST(PictureInput, ALoopBeginsAgainFromTheFirstPicture) {
+    PictureInput input(OpenerOf("aaaaaabbbbbb"), true, 2);
+    ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
+    for (int pass = 0; pass < 3; ++pass) {
+        EXPECT_EQ(Next(input), "aaaaaa");
+        EXPECT_EQ(Next(input), "bbbbbb");
+    }
+}
+
+TEST(PictureInput, ALoopOverNothingEndsInsteadOfSpinning) {
+    PictureInput input(OpenerOf(""), true, 2);
+    ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
+    EXPECT_EQ(Next(input), "END");
+}
+
+TEST(PictureInput, WholePicturesBeforeABrokenOneAreDeliveredAndTheErrorIsKept) {
+    PictureInput input(OpenerOf("aaaaaabbb"), false, 2);
+    ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
+    EXPECT_EQ(Next(input), "aaaaaa");
+    EXPECT_EQ(Next(input), "END");
+    EXPECT_EQ(input.Error(), "the input ends inside picture 2: 3 of 6 bytes; is --size right?");
+}
+
+TEST(PictureInput, AnInputThatCannotBeOpenedSaysWhy) {
+    PictureInput input([]() -> std::unique_ptr<PictureReader> { throw InputError("no such film"); }, false, 2);
+    ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Failed);
+    EXPECT_EQ(input.Error(), "no such film");
+}
+
+TEST(PictureInput, ReadingAheadStopsWhenAllBuffersAreFull) {
+    const auto reads = std::make_shared<std::atomic<int>>(0);
+    class Counting final : public PictureReader {
+    public:
+        explicit Counting(std::shared_ptr<std::atomic<int>> reads) : m_reads(std::move(reads)) {}
+        const FrameGeometry& Geometry() const noexcept override { return m_geometry; }
+        bool ReadPicture(std::span<std::uint8_t>) override {
+            ++*m_reads;
+            m_reads->notify_all();
+            return true;
+        }
+
+    private:
+        FrameGeometry m_geometry{2, 2, 30, 1};
+        std::shared_ptr<std::atomic<int>> m_reads;
+    };
+    PictureInput input([reads] { return std::make_unique<Counting>(reads); }, false, 3);
+    ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
+    for (int seen = *reads; seen < 3; seen = *reads) {
+        reads->wait(seen);
+    }
+    QueuedFrame frame;
+    ASSERT_EQ(input.Queue().TakeFilled(frame, kPatience), FrameQueue::Take::Frame);
+    EXPECT_EQ(*reads, 3) << "no buffer was free for a fourth picture";
+    input.Queue().PutEmpty(std::move(frame));
+    reads->wait(3);
+    EXPECT_EQ(*reads, 4);
+}
+
+TEST(PictureInput, AReadThatNeverReturnsHoldsUpNobody) {
+    const auto release = std::make_shared<std::promise<void>>();
+    const auto released = std::make_shared<std::shared_future<void>>(release->get_future());
+    {
+        PictureInput input(
+            [released]() -> std::unique_ptr<PictureReader> {
+                released->wait();
+                throw InputError("released");
+            },
+            false, 2);
+        EXPECT_EQ(input.WaitUntilOpen(milliseconds(1)), PictureInput::State::Opening);
+    }
+    release->set_value();
+}
+
+}  // namespace
+}  // namespace ravlo::test

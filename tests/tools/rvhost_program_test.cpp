@@ -1,0 +1,123 @@
+// rvhost.exe as a user runs it, with the built module.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "support/camera.h"
+#include "support/registry.h"
+#include "tools/program.h"
+
+namespace ravlo::test {
+namespace {
+
+class RvHost : public ::testing::Test {
+protected:
+    std::wstring Dll() const { return ProgramDirectory() + L"\\rvmediasource.dll"; }
+
+    AnchorGuard m_anchor{CurrentUserSid()};
+    TemporaryFolder m_folder;
+};
+
+bool Contains(const std::string& text, const char* part) {
+    return text.find(part) != std::string::npos;
+}
+
+TEST_F(RvHost, WithoutAProducerEverySampleIsPatternAndOnTheGrid) {
+    const ProgramResult result =
+        RunProgram(L"rvhost", {L"--dll", Dll(), L"--geometry", L"320x180@30", L"--pipe", UniquePipeName(), L"--frames",
+                               L"12", L"--samples-csv", m_folder.File(L"samples.csv")});
+    EXPECT_EQ(result.code, 0) << result.output;
+    EXPECT_TRUE(Contains(result.output, "geometry:         320x180 at 30/1\n")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "samples:          12\n")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "live:             0\n")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "pattern:          12\n")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "grid errors:      0\n")) << result.output;
+    const std::string csv = m_folder.Read(L"samples.csv");
+    EXPECT_EQ(csv.substr(0, 16), "# start_unix_ms=");
+    EXPECT_TRUE(Contains(csv, "\nseconds,arrival,sample_time,kind,on_grid\n"));
+    EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 14) << csv;
+    EXPECT_TRUE(Contains(csv, ",pattern,1\n"));
+    EXPECT_FALSE(Contains(csv, ",live,"));
+}
+
+TEST_F(RvHost, AProducersFramesAreCountedAsLive) {
+    const std::wstring pipe = UniquePipeName();
+    ChildProcess host = StartProgram(L"rvhost", {L"--dll", Dll(), L"--geometry", L"320x180@30", L"--pipe", pipe,
+                                                 L"--seconds", L"2", L"--samples-csv", m_folder.File(L"samples.csv")});
+    ChildProcess producer = StartProducer(pipe, 320, 180, 30);
+    const ProgramResult result = FinishProgram(host);
+    producer.Kill();
+    EXPECT_EQ(result.code, 0) << result.output;
+    EXPECT_FALSE(Contains(result.output, "live:             0\n")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "grid errors:      0\n")) << result.output;
+    EXPECT_TRUE(Contains(m_folder.Read(L"samples.csv"), ",live,1\n"));
+}
+
+TEST_F(RvHost, PicturesAndContactSheetArePngFiles) {
+    const ProgramResult result =
+        RunProgram(L"rvhost", {L"--dll", Dll(), L"--geometry", L"320x180@30", L"--pipe", UniquePipeName(), L"--frames",
+                               L"10", L"--pictures", m_folder.File(L"shots"), L"--every-ms", L"100", L"--picture-width",
+                               L"80", L"--contact-sheet", m_folder.File(L"sheet.png")});
+    EXPECT_EQ(result.code, 0) << result.output;
+    EXPECT_EQ(m_folder.Read(L"sheet.png").substr(0, 8), "\x89PNG\r\n\x1A\n");
+    int pictures = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path() / L"shots")) {
+        EXPECT_TRUE(entry.path().filename().string().ends_with("-pattern.png")) << entry.path();
+        ++pictures;
+    }
+    EXPECT_GE(pictures, 2);
+}
+
+TEST_F(RvHost, AGeometryThatTheCameraDoesNotTakeIsAFailure) {
+    const ProgramResult result =
+        RunProgram(L"rvhost", {L"--dll", Dll(), L"--geometry", L"4096x2160@30", L"--pipe", UniquePipeName()});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.output, "rvhost: the camera did not take the requested geometry; it offers 1920x1080@60/1\n");
+}
+
+TEST_F(RvHost, AFileThatIsNoCameraEndsWithAClearSentence) {
+    const ProgramResult missing = RunProgram(L"rvhost", {L"--dll", m_folder.File(L"missing.dll")});
+    EXPECT_EQ(missing.code, 3);
+    EXPECT_TRUE(Contains(missing.output, "rvhost: cannot load ")) << missing.output;
+    const ProgramResult other = RunProgram(L"rvhost", {L"--dll", L"kernel32.dll"});
+    EXPECT_EQ(other.code, 1);
+    EXPECT_EQ(other.output, "rvhost: kernel32.dll is no COM server: it exports no DllGetClassObject\n");
+}
+
+TEST_F(RvHost, AFileThatCannotBeWrittenIsAFailure) {
+    const ProgramResult result =
+        RunProgram(L"rvhost", {L"--dll", Dll(), L"--geometry", L"320x180@30", L"--pipe", UniquePipeName(), L"--frames",
+                               L"2", L"--samples-csv", m_folder.File(L"no-such-folder\\samples.csv")});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_TRUE(Contains(result.output, "rvhost: cannot write ")) << result.output;
+}
+
+TEST_F(RvHost, TheUserIsNamedByItsSid) {
+    const ProgramResult result = RunProgram(L"rvhost", {L"--print-user-sid"});
+    EXPECT_EQ(result.code, 0);
+    const std::wstring sid = CurrentUserSid();
+    EXPECT_EQ(result.output, std::string(sid.begin(), sid.end()) + "\n");
+}
+
+TEST_F(RvHost, WrongUsageEndsWithTwoAndOneClearSentence) {
+    const struct {
+        Arguments arguments;
+        const char* sentence;
+    } cases[] = {
+        {{L"--geometri", L"x"}, "rvhost: unknown option --geometri; did you mean --geometry?\n"},
+        {{L"--geometry", L"1281x720@30"},
+         "rvhost: \"1281x720@30\" is no geometry: an even WIDTHxHEIGHT@RATE, such as 1280x720@30 or 1280x720@30000/1001\n"},
+        {{L"--pipe", L"Ravlo"},
+         "rvhost: \"Ravlo\" is no frame pipe: \\\\.\\pipe\\Ravlo, or that with a dot and a number\n"},
+        {{L"--seconds", L"-1"}, "rvhost: "},
+        {{L"--frames", L"0"}, "rvhost: "},
+    };
+    for (const auto& wrong : cases) {
+        const ProgramResult result = RunProgram(L"rvhost", wrong.arguments);
+        EXPECT_EQ(result.code, 2) << wrong.sentence;
+        EXPECT_EQ(result.output.substr(0, std::string(wrong.sentence).size()), wrong.sentence);
+    }
+}
+
+}  // namespace
+}  // namespace ravlo::test

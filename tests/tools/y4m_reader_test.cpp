@@ -1,0 +1,142 @@
+#include "rvfeeder/y4m_reader.h"
+
+#include <gtest/gtest.h>
+
+#include "rvfeeder/raw_reader.h"
+#include "tools/memory_source.h"
+
+namespace ravlo::test {
+namespace {
+
+std::string HeaderError(const char* line) {
+    return InputErrorOf([line] { ParseY4mHeader(line); });
+}
+
+Y4mReader Reader(std::string bytes, std::size_t chunk = 1000) {
+    return Y4mReader(std::make_unique<MemorySource>(std::move(bytes), chunk));
+}
+
+using Picture = std::vector<std::uint8_t>;
+
+TEST(Y4mHeader, SizeAndRateAreTakenFromTheLine) {
+    const Y4mHeader header = ParseY4mHeader("YUV4MPEG2 W1280 H720 F30000:1001 Ip A1:1 C420jpeg XYSCSS=420JPEG");
+    EXPECT_EQ(header.geometry, (FrameGeometry{1280, 720, 30000, 1001}));
+    EXPECT_FALSE(header.fullRange);
+}
+
+TEST(Y4mHeader, EveryEightBit420LayoutAndAMissingOneAreAccepted) {
+    for (const char* layout : {"", " C420", " C420jpeg", " C420mpeg2", " C420paldv"}) {
+        EXPECT_EQ(HeaderError((std::string("YUV4MPEG2 W4 H2 F25:1") + layout).c_str()), "") << layout;
+    }
+}
+
+TEST(Y4mHeader, OtherColourLayoutsAreRefusedWithAWayOut) {
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2 F25:1 C422"),
+              "the camera takes 8-bit 4:2:0 pictures, but this Y4M stream is C422; convert it first, for example with "
+              "ffmpeg -pix_fmt yuv420p");
+    for (const char* layout : {"C444", "C420p10", "Cmono", "C420x", "C"}) {
+        EXPECT_NE(HeaderError((std::string("YUV4MPEG2 W4 H2 F25:1 ") + layout).c_str()), "") << layout;
+    }
+}
+
+TEST(Y4mHeader, SizesThatNv12CannotHaveAreRefused) {
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W641 H480 F25:1"),
+              "the camera takes even sizes from 2x2 to 16384x16384, but this Y4M stream is 641x480");
+    EXPECT_NE(HeaderError("YUV4MPEG2 W640 H481 F25:1"), "");
+    EXPECT_NE(HeaderError("YUV4MPEG2 W16386 H480 F25:1"), "");
+    EXPECT_NE(HeaderError("YUV4MPEG2 H480 F25:1"), "");
+    EXPECT_NE(HeaderError("YUV4MPEG2 W0 H480 F25:1"), "");
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W12x H480 F25:1"), "the Y4M header has a width that is no number: \"12x\"");
+    EXPECT_NE(HeaderError("YUV4MPEG2 W H480 F25:1"), "");
+    EXPECT_NE(HeaderError("YUV4MPEG2 W99999999999 H480 F25:1"), "");
+}
+
+TEST(Y4mHeader, ARateIsNeeded) {
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2"), "the Y4M header names no frame rate");
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2 F0:0"), "the Y4M header has no usable frame rate: \"F0:0\"");
+    EXPECT_NE(HeaderError("YUV4MPEG2 W4 H2 F25"), "");
+    EXPECT_NE(HeaderError("YUV4MPEG2 W4 H2 F25:0"), "");
+    EXPECT_NE(HeaderError("YUV4MPEG2 W4 H2 F-25:1"), "");
+}
+
+TEST(Y4mHeader, InterlacedPicturesAreRefused) {
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2 F25:1 It"),
+              "the camera takes progressive pictures, but this Y4M stream is interlaced (It); deinterlace it first");
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2 F25:1 I?"), "");
+}
+
+TEST(Y4mHeader, FullRangeIsNoticed) {
+    EXPECT_TRUE(ParseY4mHeader("YUV4MPEG2 W4 H2 F25:1 XCOLORRANGE=FULL").fullRange);
+    EXPECT_FALSE(ParseY4mHeader("YUV4MPEG2 W4 H2 F25:1 XCOLORRANGE=LIMITED").fullRange);
+}
+
+TEST(Y4mHeader, SomethingElseIsNoY4m) {
+    const char* const sentence =
+        "the input is no Y4M stream: it does not begin with YUV4MPEG2 (for raw NV12 give --size and --rate)";
+    EXPECT_EQ(HeaderError("RIFF"), sentence);
+    EXPECT_EQ(HeaderError(""), sentence);
+    EXPECT_EQ(HeaderError("YUV4MPEG22 W4 H2 F25:1"), sentence);
+}
+
+TEST(Y4mReader, PlanarPicturesBecomeNv12AndTheStreamEnds) {
+    Y4mReader reader = Reader("YUV4MPEG2 W4 H2 F25:1\nFRAME\nabcdefghUVXYFRAME Ip\nABCDEFGHuvxy", 3);
+    EXPECT_EQ(reader.Geometry(), (FrameGeometry{4, 2, 25, 1}));
+    Picture picture(12);
+    ASSERT_TRUE(reader.ReadPicture(picture));
+    EXPECT_EQ(std::string(picture.begin(), picture.end()), "abcdefghUXVY");
+    ASSERT_TRUE(reader.ReadPicture(picture));
+    EXPECT_EQ(std::string(picture.begin(), picture.end()), "ABCDEFGHuxvy");
+    EXPECT_FALSE(reader.ReadPicture(picture));
+}
+
+TEST(Y4mReader, AStreamWithoutPicturesIsEmptyButProper) {
+    Y4mReader reader = Reader("YUV4MPEG2 W4 H2 F25:1\n");
+    Picture picture(12);
+    EXPECT_FALSE(reader.ReadPicture(picture));
+}
+
+TEST(Y4mReader, AStreamThatEndsInsideAPictureSaysWhich) {
+    Picture picture(12);
+    for (const char* tail : {"", "abcdefg", "abcdefgh", "abcdefghUVX"}) {
+        Y4mReader reader = Reader(std::string("YUV4MPEG2 W4 H2 F25:1\nFRAME\nabcdefghUVXYFRAME\n") + tail);
+        ASSERT_TRUE(reader.ReadPicture(picture));
+        EXPECT_EQ(InputErrorOf([&] { reader.ReadPicture(picture); }), "the Y4M stream ends inside picture 2") << tail;
+    }
+}
+
+TEST(Y4mReader, AMissingMarkerIsDamageAndNotAPicture) {
+    Picture picture(12);
+    for (const char* marker : {"FRAM", "FRAMF\n", "FRAMEx\n", "FRAME", "FRAME ", "xxxxxxxx"}) {
+        Y4mReader reader = Reader(std::string("YUV4MPEG2 W4 H2 F25:1\n") + marker);
+        EXPECT_EQ(InputErrorOf([&] { reader.ReadPicture(picture); }),
+                  "the Y4M stream is damaged: no FRAME marker where picture 1 should begin")
+            << marker;
+    }
+}
+
+TEST(Y4mReader, AnInputWithoutALineFeedIsNotReadForEver) {
+    EXPECT_NE(InputErrorOf([] { Reader(std::string(100'000, 'x')); }), "");
+    EXPECT_NE(InputErrorOf([] { Reader("YUV4MPEG2 W4 H2 F25:1" + std::string(100'000, ' ')); }), "the input is empty");
+    EXPECT_EQ(InputErrorOf([] { Reader(""); }), "the input is empty");
+}
+
+TEST(RawReader, PicturesFollowEachOtherWithoutMarkers) {
+    RawReader reader(std::make_unique<MemorySource>("abcdefABCDEF", 4), {2, 2, 30, 1});
+    Picture picture(6);
+    ASSERT_TRUE(reader.ReadPicture(picture));
+    EXPECT_EQ(std::string(picture.begin(), picture.end()), "abcdef");
+    ASSERT_TRUE(reader.ReadPicture(picture));
+    EXPECT_EQ(std::string(picture.begin(), picture.end()), "ABCDEF");
+    EXPECT_FALSE(reader.ReadPicture(picture));
+}
+
+TEST(RawReader, APartialPictureIsRefused) {
+    RawReader reader(std::make_unique<MemorySource>("abcdefABCD"), {2, 2, 30, 1});
+    Picture picture(6);
+    ASSERT_TRUE(reader.ReadPicture(picture));
+    EXPECT_EQ(InputErrorOf([&] { reader.ReadPicture(picture); }),
+              "the input ends inside picture 2: 4 of 6 bytes; is --size right?");
+}
+
+}  // namespace
+}  // namespace ravlo::test

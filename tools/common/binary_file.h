@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace ravlo {
+
+/// Writes `length` bytes as the whole content of a file. `path` is UTF-8. False when it cannot be written.
+bool WriteWholeFile(const std::string& path, const void* bytes, std::size_t length);
+
+}  // namespace ravlo

@@ -1,0 +1,27 @@
+# What of the programs needs no Windows header, and its tests: built natively too.
+set(RAVLO_PORTABLE_TOOL_SOURCES
+    common/binary_file.cpp
+    common/clock.cpp
+    common/command_line.cpp
+    common/messages.cpp
+    common/parse_text.cpp
+    rvfeeder/frame_clock.cpp
+    rvfeeder/frame_queue.cpp
+    rvfeeder/nv12_convert.cpp
+    rvfeeder/picture_input.cpp
+    rvfeeder/raw_reader.cpp
+    rvfeeder/y4m_reader.cpp
+    rvhost/contact_sheet.cpp
+    rvhost/picture_kind.cpp
+    rvhost/picture_worker.cpp
+    rvhost/png_file.cpp
+    rvhost/sample_csv.cpp
+    rvhost/sample_statistics.cpp
+    rvhost/thumbnail.cpp)
+set(RAVLO_PORTABLE_TOOL_TESTS
+    command_line
+    frame_clock
+    picture
+    picture_input
+    sample_statistics
+    y4m_reader)

@@ -1,0 +1,43 @@
+#include "rvfeeder/frame_clock.h"
+
+namespace ravlo {
+
+FrameClock::FrameClock(std::uint32_t numerator, std::uint32_t denominator) noexcept
+    : m_numerator(numerator), m_denominator(denominator) {
+}
+
+FrameStep FrameClock::Judge(std::int64_t now, std::int64_t arrived) noexcept {
+    if (!m_started) {
+        m_started = true;
+        StartAt(now);
+        return {FrameStep::Kind::Send, 0};
+    }
+    const std::int64_t due = Due();
+    const std::int64_t period = m_denominator * kTicksPerSecond / m_numerator;
+    if (now < due) {
+        return {FrameStep::Kind::Wait, due - now};
+    }
+    if (now - due <= period) {
+        return {FrameStep::Kind::Send, 0};
+    }
+    if (arrived - due > period) {
+        ++m_restarts;
+        StartAt(now);
+        return {FrameStep::Kind::Send, 0};
+    }
+    return {FrameStep::Kind::Drop, 0};
+}
+
+std::int64_t FrameClock::Due() const noexcept {
+    // Whole seconds' worth of frames first: the plain product would overflow after some days at high rates.
+    const std::int64_t whole = m_index / m_numerator;
+    const std::int64_t rest = m_index % m_numerator;
+    return m_start + whole * m_denominator * kTicksPerSecond + rest * m_denominator * kTicksPerSecond / m_numerator;
+}
+
+void FrameClock::StartAt(std::int64_t now) noexcept {
+    m_start = now;
+    m_index = 0;
+}
+
+}  // namespace ravlo

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "stream/geometry.h"
+
+namespace ravlo {
+
+/// Pictures of one geometry, one after another, as packed NV12. One thread reads.
+class PictureReader {
+public:
+    PictureReader() = default;
+    PictureReader(const PictureReader&) = delete;
+    PictureReader& operator=(const PictureReader&) = delete;
+    virtual ~PictureReader() = default;
+
+    virtual const FrameGeometry& Geometry() const noexcept = 0;
+
+    /// Reads the next picture into `nv12`, which holds FrameBytes of the geometry. False at the end of the input.
+    /// An input that ends inside a picture, or breaks its own format, throws InputError; `nv12` is then not a picture.
+    virtual bool ReadPicture(std::span<std::uint8_t> nv12) = 0;
+};
+
+}  // namespace ravlo

@@ -1,0 +1,183 @@
+#include "rvfeeder/y4m_reader.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <utility>
+
+#include "common/parse_text.h"
+#include "rvfeeder/nv12_convert.h"
+
+namespace ravlo {
+namespace {
+
+constexpr std::string_view kStreamMagic = "YUV4MPEG2";
+constexpr std::string_view kPictureMagic = "FRAME";
+/// Longer header lines do not occur; without a bound, a file without line feeds would be read whole.
+constexpr std::size_t kMaxLineBytes = 4096;
+/// The 4:2:0 layouts differ only in where the chroma samples sit, which a camera picture does not tell apart.
+constexpr std::array<std::string_view, 4> kAcceptedLayouts{"420", "420jpeg", "420mpeg2", "420paldv"};
+
+std::uint32_t ParseDimension(std::string_view value, const char* what) {
+    const auto number = ParseNumber(value);
+    if (!number) {
+        throw InputError(std::string("the Y4M header has a ") + what + " that is no number: \"" + std::string(value) +
+                         "\"");
+    }
+    return *number;
+}
+
+NumberPair ParseFrameRate(std::string_view value) {
+    const std::size_t colon = value.find(':');
+    const auto numerator = ParseNumber(value.substr(0, colon));
+    const auto denominator =
+        colon == std::string_view::npos ? std::optional<std::uint32_t>{} : ParseNumber(value.substr(colon + 1));
+    if (!numerator || !denominator || *numerator == 0 || *denominator == 0) {
+        throw InputError("the Y4M header has no usable frame rate: \"F" + std::string(value) + "\"");
+    }
+    return {*numerator, *denominator};
+}
+
+void CheckLayout(std::string_view layout) {
+    if (std::find(kAcceptedLayouts.begin(), kAcceptedLayouts.end(), layout) == kAcceptedLayouts.end()) {
+        throw InputError("the camera takes 8-bit 4:2:0 pictures, but this Y4M stream is C" + std::string(layout) +
+                         "; convert it first, for example with ffmpeg -pix_fmt yuv420p");
+    }
+}
+
+void CheckScan(std::string_view scan) {
+    if (scan != "p" && scan != "?") {
+        throw InputError("the camera takes progressive pictures, but this Y4M stream is interlaced (I" +
+                         std::string(scan) + "); deinterlace it first");
+    }
+}
+
+void CheckSize(std::uint32_t width, std::uint32_t height) {
+    if (!IsValidGeometry({width, height, 1, 1})) {
+        throw InputError("the camera takes even sizes from 2x2 to 16384x16384, but this Y4M stream is " +
+                         std::to_string(width) + "x" + std::to_string(height));
+    }
+}
+
+}  // namespace
+
+Y4mHeader ParseY4mHeader(std::string_view line) {
+    if (line.substr(0, kStreamMagic.size()) != kStreamMagic ||
+        (line.size() > kStreamMagic.size() && line[kStreamMagic.size()] != ' ')) {
+        throw InputError(
+            "the input is no Y4M stream: it does not begin with YUV4MPEG2 "
+            "(for raw NV12 give --size and --rate)");
+    }
+    line.remove_prefix(kStreamMagic.size());
+    Y4mHeader header{};
+    std::string_view layout = "420";
+    while (!line.empty()) {
+        const std::size_t end = std::min(line.find(' '), line.size());
+        const std::string_view word = line.substr(0, end);
+        line.remove_prefix(std::min(end + 1, line.size()));
+        if (word.empty()) {
+            continue;
+        }
+        const std::string_view value = word.substr(1);
+        switch (word.front()) {
+            case 'W':
+                header.geometry.width = ParseDimension(value, "width");
+                break;
+            case 'H':
+                header.geometry.height = ParseDimension(value, "height");
+                break;
+            case 'F': {
+                const NumberPair rate = ParseFrameRate(value);
+                header.geometry.rateNumerator = rate.first;
+                header.geometry.rateDenominator = rate.second;
+                break;
+            }
+            case 'I':
+                CheckScan(value);
+                break;
+            case 'C':
+                layout = value;
+                break;
+            case 'X':
+                header.fullRange = header.fullRange || value == "COLORRANGE=FULL";
+                break;
+            default:
+                break;  // the pixel aspect and comments change nothing for the camera
+        }
+    }
+    CheckLayout(layout);
+    CheckSize(header.geometry.width, header.geometry.height);
+    if (header.geometry.rateNumerator == 0) {
+        throw InputError("the Y4M header names no frame rate");
+    }
+    return header;
+}
+
+Y4mReader::Y4mReader(std::unique_ptr<ByteSource> source) : m_source(std::move(source)) {
+    m_header = ParseY4mHeader(ReadStreamLine());
+    m_chroma.resize(ChromaBytes(m_header.geometry));
+}
+
+bool Y4mReader::ReadPicture(std::span<std::uint8_t> nv12) {
+    if (!ReadPictureMarker()) {
+        return false;
+    }
+    const std::size_t lumaBytes = LumaBytes(m_header.geometry);
+    ReadPlane(nv12.first(lumaBytes));
+    ReadPlane(m_chroma);
+    const std::span<const std::uint8_t> chroma(m_chroma);
+    const std::size_t half = chroma.size() / 2;
+    InterleaveChroma(chroma.first(half), chroma.last(half), nv12.subspan(lumaBytes, chroma.size()));
+    ++m_pictures;
+    return true;
+}
+
+std::string Y4mReader::ReadStreamLine() {
+    std::string line;
+    std::uint8_t byte = 0;
+    while (line.size() < kMaxLineBytes && m_source->ReadFully(&byte, 1) == 1) {
+        if (byte == '\n') {
+            return line;
+        }
+        line.push_back(static_cast<char>(byte));
+    }
+    if (line.empty()) {
+        throw InputError("the input is empty");
+    }
+    return line;  // no line feed: whatever this is, the parser says what is wrong with it
+}
+
+bool Y4mReader::ReadPictureMarker() {
+    std::array<std::uint8_t, kPictureMagic.size()> magic{};
+    const std::size_t got = m_source->ReadFully(magic.data(), magic.size());
+    if (got == 0) {
+        return false;
+    }
+    const auto refuse = [this]() -> void {
+        throw InputError("the Y4M stream is damaged: no FRAME marker where picture " + std::to_string(m_pictures + 1) +
+                         " should begin");
+    };
+    if (got < magic.size() || !std::equal(magic.begin(), magic.end(), kPictureMagic.begin())) {
+        refuse();
+    }
+    std::uint8_t byte = 0;
+    for (std::size_t i = 0; i < kMaxLineBytes && m_source->ReadFully(&byte, 1) == 1; ++i) {
+        if (byte == '\n') {
+            return true;  // parameters of a single picture change nothing for the camera
+        }
+        if (i == 0 && byte != ' ') {
+            refuse();
+        }
+    }
+    refuse();
+    return false;
+}
+
+void Y4mReader::ReadPlane(std::span<std::uint8_t> plane) {
+    if (m_source->ReadFully(plane.data(), plane.size()) != plane.size()) {
+        throw InputError("the Y4M stream ends inside picture " + std::to_string(m_pictures + 1));
+    }
+}
+
+}  // namespace ravlo

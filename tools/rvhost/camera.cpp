@@ -1,0 +1,120 @@
+#include "rvhost/camera.h"
+
+#include <mfapi.h>
+#include <unknwn.h>
+
+#include <array>
+#include <cstdio>
+
+#include "common/wide_text.h"
+#include "ravlo/ids.h"
+
+namespace ravlo {
+namespace {
+
+constexpr DWORD kFirstVideoStream = static_cast<DWORD>(MF_SOURCE_READER_FIRST_VIDEO_STREAM);
+
+std::string WithResult(const std::string& what, HRESULT hr) {
+    std::array<char, 16> number{};
+    std::snprintf(number.data(), number.size(), "0x%08lX", static_cast<unsigned long>(hr));
+    return what + " (" + number.data() + ")";
+}
+
+void Check(HRESULT hr, const char* what) {
+    if (FAILED(hr)) {
+        throw CameraError(ExitCode::Failure, WithResult(what, hr));
+    }
+}
+
+ComPtr<IMFActivate> CreateRegistered() {
+    ComPtr<IMFActivate> activate;
+    const HRESULT hr =
+        CoCreateInstance(kMediaSourceClassId, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(activate.Put()));
+    if (hr == REGDB_E_CLASSNOTREG) {
+        throw CameraError(ExitCode::NotInstalled,
+                          "the camera is not registered: run regsvr32 rvmediasource.dll as administrator, or name the "
+                          "file with --dll");
+    }
+    Check(hr, "the registered camera cannot be created");
+    return activate;
+}
+
+ComPtr<IMFActivate> CreateFromDll(const std::wstring& path) {
+    // Never unloaded: the reader may let go of the last objects on threads of its own.
+    const HMODULE module = LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    if (module == nullptr) {
+        throw CameraError(ExitCode::NotInstalled,
+                          "cannot load " + ToUtf8(path) + ": " + SystemErrorText(GetLastError()));
+    }
+    const auto getClassObject = reinterpret_cast<decltype(&DllGetClassObject)>(
+        reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
+    if (getClassObject == nullptr) {
+        throw CameraError(ExitCode::Failure, ToUtf8(path) + " is no COM server: it exports no DllGetClassObject");
+    }
+    ComPtr<IClassFactory> factory;
+    Check(getClassObject(kMediaSourceClassId, IID_PPV_ARGS(factory.Put())),
+          "the file does not hold the camera's class");
+    ComPtr<IMFActivate> activate;
+    Check(factory->CreateInstance(nullptr, IID_PPV_ARGS(activate.Put())), "the camera cannot be created");
+    return activate;
+}
+
+std::wstring GeometryText(const FrameGeometry& geometry) {
+    return std::to_wstring(geometry.width) + L"x" + std::to_wstring(geometry.height) + L"@" +
+           std::to_wstring(geometry.rateNumerator) + L"/" + std::to_wstring(geometry.rateDenominator);
+}
+
+FrameGeometry ReadGeometry(IMFSourceReader& reader) {
+    ComPtr<IMFMediaType> type;
+    Check(reader.GetCurrentMediaType(kFirstVideoStream, type.Put()), "the camera shows no media type");
+    GUID subtype{};
+    Check(type->GetGUID(MF_MT_SUBTYPE, &subtype), "the camera's media type has no subtype");
+    if (subtype != MFVideoFormat_NV12) {
+        throw CameraError(ExitCode::Failure, "the camera does not deliver NV12");
+    }
+    FrameGeometry geometry{};
+    Check(MFGetAttributeSize(type.Get(), MF_MT_FRAME_SIZE, &geometry.width, &geometry.height),
+          "the camera's media type has no frame size");
+    Check(MFGetAttributeRatio(type.Get(), MF_MT_FRAME_RATE, &geometry.rateNumerator, &geometry.rateDenominator),
+          "the camera's media type has no frame rate");
+    return geometry;
+}
+
+}  // namespace
+
+Camera::Camera(const CameraOptions& options) {
+    const ComPtr<IMFActivate> activate = options.dll.empty() ? CreateRegistered() : CreateFromDll(options.dll);
+    if (options.geometry) {
+        Check(activate->SetString(RV_GEOMETRY_ATTRIBUTE, GeometryText(*options.geometry).c_str()),
+              "the geometry cannot be set");
+    }
+    if (!options.pipeName.empty()) {
+        Check(activate->SetString(kPipeNameAttribute, options.pipeName.c_str()), "the pipe name cannot be set");
+    }
+    ComPtr<IMFMediaSource> source;
+    Check(activate->ActivateObject(IID_PPV_ARGS(source.Put())), "the camera cannot be activated");
+    const HRESULT hr = MFCreateSourceReaderFromMediaSource(source.Get(), nullptr, m_reader.Put());
+    if (FAILED(hr)) {
+        source->Shutdown();
+        Check(hr, "the system's source reader refuses the camera");
+    }
+    m_geometry = ReadGeometry(*m_reader.Get());
+    if (options.geometry && m_geometry != *options.geometry) {
+        throw CameraError(ExitCode::Failure, "the camera did not take the requested geometry; it offers " +
+                                                 ToUtf8(GeometryText(m_geometry)));
+    }
+}
+
+ComPtr<IMFSample> Camera::ReadSample() {
+    DWORD flags = 0;
+    LONGLONG time = 0;
+    ComPtr<IMFSample> sample;
+    Check(m_reader->ReadSample(kFirstVideoStream, 0, nullptr, &flags, &time, sample.Put()),
+          "the camera's stream has failed");
+    if ((flags & (MF_SOURCE_READERF_ERROR | MF_SOURCE_READERF_ENDOFSTREAM)) != 0) {
+        throw CameraError(ExitCode::Failure, "the camera's stream has ended");
+    }
+    return sample;
+}
+
+}  // namespace ravlo

@@ -1,0 +1,61 @@
+#include "rvhost/host_run.h"
+
+#include <windows.h>
+
+#include <array>
+#include <memory>
+#include <thread>
+
+#include "common/clock.h"
+#include "common/messages.h"
+#include "rvhost/sample_puller.h"
+
+namespace ravlo {
+namespace {
+
+/// A camera shows at least its test pattern at its own pace, so a silence this long means that it has failed.
+constexpr std::int64_t kLongestSilence = 10 * kTicksPerSecond;
+constexpr DWORD kLookUpMs = 250;
+/// What the pulling thread gets to finish in order once it was told to stop; the user waits for it.
+constexpr DWORD kFarewellMs = 700;
+
+enum class Ending { Finished, Interrupted, Silent };
+
+Ending Watch(const SamplePuller& puller, const Interrupt& interrupt) {
+    const std::array<HANDLE, 2> handles{puller.FinishedEvent(), interrupt.Event()};
+    for (;;) {
+        switch (WaitForMultipleObjects(2, handles.data(), FALSE, kLookUpMs)) {
+            case WAIT_OBJECT_0:
+                return Ending::Finished;
+            case WAIT_OBJECT_0 + 1:
+                return Ending::Interrupted;
+            default:
+                if (SteadyTicks() - puller.LastProgress() > kLongestSilence) {
+                    return Ending::Silent;
+                }
+        }
+    }
+}
+
+}  // namespace
+
+ExitCode RunHost(const HostOptions& options, const Interrupt& interrupt) {
+    const auto puller = std::make_shared<SamplePuller>(options);
+    // Detached with a share of its own: a read that never returns cannot be taken back.
+    std::thread([puller] { puller->Run(); }).detach();
+    const Ending ending = Watch(*puller, interrupt);
+    puller->Stop();
+    WaitForSingleObject(puller->FinishedEvent(), kFarewellMs);
+    const ExitCode code = puller->Summarize();
+    if (ending == Ending::Silent) {
+        Say("the camera has delivered nothing for 10 seconds");
+        return ExitCode::Failure;
+    }
+    if (ending == Ending::Interrupted) {
+        Say("interrupted");
+        return ExitCode::Interrupted;
+    }
+    return code;
+}
+
+}  // namespace ravlo

@@ -1,0 +1,142 @@
+#include "rvhost/picture_worker.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "rvhost/png_file.h"
+
+namespace ravlo {
+namespace {
+
+constexpr std::size_t kBuffers = 4;
+constexpr std::uint32_t kSheetColumns = 6;
+constexpr Rgb kLiveColour{34, 139, 60};
+constexpr Rgb kPatternColour{190, 110, 10};
+
+std::string FileName(std::int64_t elapsedMs, PictureKind kind) {
+    std::array<char, 64> name{};
+    std::snprintf(name.data(), name.size(), "/%04d.%03d-%s.png", static_cast<int>(elapsedMs / 1000),
+                  static_cast<int>(elapsedMs % 1000), PictureKindWord(kind));
+    return name.data();
+}
+
+std::string Label(std::int64_t elapsedMs, PictureKind kind) {
+    std::array<char, 64> label{};
+    std::snprintf(label.data(), label.size(), "%.1f s  %s", static_cast<double>(elapsedMs) / 1000.0,
+                  PictureKindWord(kind));
+    return label.data();
+}
+
+}  // namespace
+
+PictureWorker::PictureWorker(PictureOptions options, const FrameGeometry& geometry)
+    : m_options(std::move(options)), m_geometry(geometry) {
+    for (std::size_t i = 0; i < kBuffers; ++i) {
+        m_free.push_back({std::vector<std::uint8_t>(FrameBytes(geometry)), 0, PictureKind::Pattern});
+    }
+    if (!m_options.directory.empty()) {
+        std::error_code failed;
+        const std::u8string name(m_options.directory.begin(), m_options.directory.end());
+        std::filesystem::create_directories(std::filesystem::path(name), failed);
+        if (failed) {
+            m_error = "cannot create the folder " + m_options.directory;
+        }
+    }
+    m_thread = std::thread([this] { Run(); });
+}
+
+PictureWorker::~PictureWorker() {
+    if (m_thread.joinable()) {
+        Finish();
+    }
+}
+
+bool PictureWorker::Offer(std::span<const std::uint8_t> nv12, std::int64_t elapsedMs, PictureKind kind) {
+    Job job;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_free.empty()) {
+            ++m_dropped;
+            return false;
+        }
+        job = std::move(m_free.front());
+        m_free.pop_front();
+    }
+    std::copy_n(nv12.begin(), std::min(nv12.size(), job.nv12.size()), job.nv12.begin());
+    job.elapsedMs = elapsedMs;
+    job.kind = kind;
+    const std::lock_guard lock(m_mutex);
+    m_waiting.push_back(std::move(job));
+    m_offered.notify_one();
+    return true;
+}
+
+void PictureWorker::Finish() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_finishing = true;
+        m_offered.notify_one();
+    }
+    m_thread.join();
+    WriteContactSheet();
+}
+
+std::uint64_t PictureWorker::Dropped() const {
+    const std::lock_guard lock(m_mutex);
+    return m_dropped;
+}
+
+std::string PictureWorker::Error() const {
+    const std::lock_guard lock(m_mutex);
+    return m_error;
+}
+
+void PictureWorker::Run() {
+    std::unique_lock lock(m_mutex);
+    for (;;) {
+        m_offered.wait(lock, [this] { return m_finishing || !m_waiting.empty(); });
+        if (m_waiting.empty()) {
+            return;
+        }
+        Job job = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        lock.unlock();
+        Write(job);
+        lock.lock();
+        m_free.push_back(std::move(job));
+    }
+}
+
+void PictureWorker::Write(const Job& job) {
+    RgbImage picture = MakeThumbnail(job.nv12, m_geometry, m_options.thumbnailWidth);
+    if (!m_options.directory.empty()) {
+        Save(m_options.directory + FileName(job.elapsedMs, job.kind), picture);
+    }
+    if (!m_options.contactSheet.empty()) {
+        m_sheet.Add(std::move(picture), Label(job.elapsedMs, job.kind),
+                    job.kind == PictureKind::Live ? kLiveColour : kPatternColour);
+    }
+}
+
+void PictureWorker::WriteContactSheet() {
+    if (m_options.contactSheet.empty() || m_sheet.IsEmpty()) {
+        return;
+    }
+    std::array<char, 128> title{};
+    std::snprintf(title.data(), title.size(), "%ux%u at %u/%u   green: live   orange: test pattern", m_geometry.width,
+                  m_geometry.height, m_geometry.rateNumerator, m_geometry.rateDenominator);
+    Save(m_options.contactSheet, m_sheet.Draw(kSheetColumns, title.data()));
+}
+
+void PictureWorker::Save(const std::string& path, const RgbImage& image) {
+    if (!WritePng(path, image)) {
+        const std::lock_guard lock(m_mutex);
+        m_error = "cannot write " + path;
+    }
+}
+
+}  // namespace ravlo

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "rvhost/contact_sheet.h"
+#include "rvhost/picture_kind.h"
+#include "stream/geometry.h"
+
+namespace ravlo {
+
+/// Where pictures go. Paths are UTF-8; an empty one means "not wanted".
+struct PictureOptions {
+    std::string directory;
+    std::string contactSheet;
+    std::uint32_t thumbnailWidth;
+};
+
+/// Scales, converts and writes pictures on a thread of its own, so that the thread which pulls samples never waits for
+/// it: when it cannot keep up, pictures are dropped and counted.
+class PictureWorker {
+public:
+    PictureWorker(PictureOptions options, const FrameGeometry& geometry);
+    PictureWorker(const PictureWorker&) = delete;
+    PictureWorker& operator=(const PictureWorker&) = delete;
+    ~PictureWorker();
+
+    /// Copies one packed NV12 frame for writing. False, and counted, when all buffers are in use. Pulling thread.
+    bool Offer(std::span<const std::uint8_t> nv12, std::int64_t elapsedMs, PictureKind kind);
+
+    /// Waits until everything offered is written, then writes the contact sheet. Call it once, after the last Offer.
+    void Finish();
+
+    std::uint64_t Dropped() const;
+    /// Why a file could not be written, as a sentence; empty when all went well. Complete after Finish.
+    std::string Error() const;
+
+private:
+    struct Job {
+        std::vector<std::uint8_t> nv12;
+        std::int64_t elapsedMs = 0;
+        PictureKind kind = PictureKind::Pattern;
+    };
+
+    void Run();
+    void Write(const Job& job);
+    void WriteContactSheet();
+    void Save(const std::string& path, const RgbImage& image);
+
+    const PictureOptions m_options;
+    const FrameGeometry m_geometry;
+    ContactSheet m_sheet;  ///< touched by the worker, and by Finish after the worker has ended
+
+    mutable std::mutex m_mutex;
+    std::condition_variable m_offered;
+    std::deque<Job> m_free;
+    std::deque<Job> m_waiting;
+    std::string m_error;
+    std::uint64_t m_dropped = 0;
+    bool m_finishing = false;
+    std::thread m_thread;
+};
+
+}  // namespace ravlo

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "rvhost/picture_kind.h"
+
+namespace ravlo {
+
+/// One delivered sample. Times are in units of 100 ns, all of one clock.
+struct SampleRecord {
+    std::int64_t arrival;
+    std::int64_t sampleTime;
+    PictureKind kind;
+    bool onGrid;
+};
+
+/// Counts samples and judges their times. The grid is the first sample's time plus whole periods; a time that is not on it,
+/// or not later than the one before, is a grid error. One thread uses it.
+class SampleStatistics {
+public:
+    /// `period` is the duration of one frame in units of 100 ns, at least 1.
+    explicit SampleStatistics(std::int64_t period) noexcept : m_period(period) {}
+
+    /// Takes the next sample into account and returns it with the judgement on its time.
+    SampleRecord Add(std::int64_t arrival, std::int64_t sampleTime, PictureKind kind);
+
+    std::uint64_t Samples() const noexcept { return m_live + m_pattern; }
+    std::uint64_t Live() const noexcept { return m_live; }
+    std::uint64_t Pattern() const noexcept { return m_pattern; }
+    std::uint64_t GridErrors() const noexcept { return m_gridErrors; }
+    /// Grid times between two samples for which no sample came.
+    std::uint64_t SkippedPeriods() const noexcept { return m_skipped; }
+
+    /// Lateness in units of 100 ns below which `percent` of the samples stay. A sample's lateness is its arrival minus its
+    /// time, less the smallest such difference of all samples, so that a constant offset between the two does not count.
+    std::int64_t Lateness(std::size_t percent) const;
+
+private:
+    std::int64_t m_period;
+    std::int64_t m_firstTime = 0;
+    std::int64_t m_lastTime = 0;
+    std::uint64_t m_live = 0;
+    std::uint64_t m_pattern = 0;
+    std::uint64_t m_gridErrors = 0;
+    std::uint64_t m_skipped = 0;
+    std::vector<std::int64_t> m_delays;  ///< arrival minus sample time, one a sample
+};
+
+}  // namespace ravlo
