@@ -6,6 +6,7 @@
 #include "pipe/authorized_user.h"
 #include "pipe/overlapped_io.h"
 #include "pipe/pipe_security.h"
+#include "platform/hresult.h"
 
 namespace ravlo {
 namespace {
@@ -15,23 +16,19 @@ constexpr DWORD kPipeMode = PIPE_TYPE_MESSAGE | PIPE_READMODE_BYTE | PIPE_WAIT;
 /// Holds 128 records, more than a minute's worth: a slow reader does not hold up the writer.
 constexpr DWORD kOutBufferBytes = 4096;
 
-DWORD OrElse(DWORD error, DWORD fallback) noexcept {
-    return error != ERROR_SUCCESS ? error : fallback;
-}
-
 bool BuildSecurity(RvGatePipe& gate, const std::wstring& authorizedUserSid, PipeSecurity& security) {
     DWORD error = ERROR_SUCCESS;
     if (!security.BuildDacl(authorizedUserSid, error)) {
-        gate.lastError = OrElse(error, ERROR_INVALID_PARAMETER);
+        gate.lastError = ErrorOr(error, ERROR_INVALID_PARAMETER);
         return false;
     }
     std::wstring owner;
     if (!GetOwnTokenUserSid(owner, error)) {
-        gate.lastError = OrElse(error, ERROR_NO_SUCH_USER);
+        gate.lastError = ErrorOr(error, ERROR_NO_SUCH_USER);
         return false;
     }
     if (!security.SetOwner(owner, error)) {
-        gate.lastError = OrElse(error, ERROR_INVALID_SID);
+        gate.lastError = ErrorOr(error, ERROR_INVALID_SID);
         return false;
     }
     return security.Assemble(gate.lastError);

@@ -6,6 +6,7 @@
 #include "pipe/authorized_user.h"
 #include "pipe/overlapped_io.h"
 #include "pipe/pipe_security.h"
+#include "platform/hresult.h"
 
 namespace ravlo {
 namespace {
@@ -17,10 +18,6 @@ static_assert(kOpenMode == 0x40080001);
 constexpr DWORD kPipeMode = PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT;
 static_assert(kPipeMode == 0);
 constexpr DWORD kPipeBufferBytes = 1'048'576;
-
-DWORD OrElse(DWORD error, DWORD fallback) noexcept {
-    return error != ERROR_SUCCESS ? error : fallback;
-}
 
 }  // namespace
 
@@ -50,11 +47,11 @@ CreateStage PipeEndpoint::TryCreate(const wchar_t* name, const std::wstring& aut
     PipeSecurity security;
     DWORD error = ERROR_SUCCESS;
     if (!security.BuildDacl(authorizedUserSid, error)) {
-        m_lastError = OrElse(error, ERROR_INVALID_PARAMETER);
+        m_lastError = ErrorOr(error, ERROR_INVALID_PARAMETER);
         return CreateStage::Dacl;
     }
     if (!GetOwnTokenUserSid(m_ownerSid, error) || !security.SetOwner(m_ownerSid, error)) {
-        m_lastError = OrElse(error, ERROR_INVALID_SID);
+        m_lastError = ErrorOr(error, ERROR_INVALID_SID);
         return CreateStage::Owner;
     }
     if (!security.Assemble(error)) {

@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "stream/object_event.h"
 #include "trace/trace.h"
 
 // Start, Stop and Shutdown of the source.
@@ -14,17 +15,6 @@ namespace {
 
 /// What the log shows for a start position that is not there.
 constexpr unsigned kNoStartPosition = 65535;
-
-/// Queues MENewStream or MEUpdatedStream with the stream as its value.
-HRESULT QueueStreamEvent(IMFMediaEventQueue* queue, MediaEventType type, RvMediaStream* stream) noexcept {
-    PROPVARIANT value{};
-    value.vt = VT_UNKNOWN;
-    value.punkVal = stream;
-    stream->AddRef();
-    const HRESULT hr = queue->QueueEventParamVar(type, GUID_NULL, S_OK, &value);
-    PropVariantClear(&value);
-    return hr;
-}
 
 /// Queues MESourceStarted with `status`, and with the start position when there is one to echo.
 HRESULT QueueSourceStarted(IMFMediaEventQueue* queue, HRESULT status, const PROPVARIANT* startPosition) noexcept {
@@ -79,7 +69,7 @@ HRESULT RvMediaSource::RunStart(IMFPresentationDescriptor* descriptor, const GUI
     const ComPtr<RvMediaStream> stream = m_stream;
     state.Unlock();
 
-    HRESULT hr = QueueStreamEvent(queue.Get(), firstStart ? MENewStream : MEUpdatedStream, stream.Get());
+    HRESULT hr = QueueObjectEvent(queue.Get(), firstStart ? MENewStream : MEUpdatedStream, stream.Get());
     if (SUCCEEDED(hr)) {
         const ScopedLock started(m_cs);
         if (m_state != State::ShutDown) {

@@ -1,11 +1,10 @@
 #include "stream/media_stream.h"
 
-#include <cguid.h>
 #include <mfapi.h>
 #include <mferror.h>
-#include <propidl.h>
 
 #include "platform/hresult.h"
+#include "stream/object_event.h"
 #include "stream/pacing_reports.h"
 #include "stream/sample_builder.h"
 #include "trace/trace.h"
@@ -17,16 +16,6 @@ namespace {
 
 constexpr std::int64_t kCallLineIntervalMs = 1000;
 constexpr std::uint64_t kClampReportSamples = 300;
-
-HRESULT QueueSample(IMFMediaEventQueue* queue, IMFSample* sample) noexcept {
-    PROPVARIANT value{};
-    value.vt = VT_UNKNOWN;
-    value.punkVal = sample;
-    sample->AddRef();
-    const HRESULT hr = queue->QueueEventParamVar(MEMediaSample, GUID_NULL, S_OK, &value);
-    PropVariantClear(&value);
-    return hr;
-}
 
 }  // namespace
 
@@ -73,7 +62,7 @@ HRESULT RvMediaStream::DeliverSample(IUnknown* token) noexcept {
     bool generationKnown = true;
     hr = CheckDeliverable(generationKnown, generation);
     state.Unlock();
-    return SUCCEEDED(hr) ? QueueSample(queue.Get(), sample.Get()) : hr;
+    return SUCCEEDED(hr) ? QueueObjectEvent(queue.Get(), MEMediaSample, sample.Get()) : hr;
 }
 
 /// Waits for the next due sample and commits it to the pacer. Returns with the generation that the request belongs to

@@ -268,14 +268,13 @@ TEST(Formatter, FillsTheBufferToItsLastCharacterAndCutsBehindIt) {
     EXPECT_EQ(FormatInto(1, "%u", {5}), "");
 }
 
-/// Expects what the runtime library prints for the same conversion and width.
-#define EXPECT_AS_PRINTF(ours, theirs, width, value)                                                        \
-    do {                                                                                                    \
-        char expected[128];                                                                                 \
-        std::snprintf(expected, sizeof(expected), theirs, width, value);                                    \
-        const std::string format = std::string("%") + (ours[0] == '0' ? "0" : "") + std::to_string(width) + \
-                                   (ours[0] == '0' ? ours + 1 : ours);                                      \
-        ASSERT_EQ(Format(format.c_str(), value), expected) << format;                                       \
+/// Expects what the runtime library prints for the same padding, width and conversion.
+#define EXPECT_AS_PRINTF(pad, ours, theirs, width, value)                            \
+    do {                                                                             \
+        char expected[128];                                                          \
+        std::snprintf(expected, sizeof(expected), "%" pad "*" theirs, width, value); \
+        const std::string format = "%" pad + std::to_string(width) + (ours);         \
+        ASSERT_EQ(Format(format.c_str(), value), expected) << format;                \
     } while (false)
 
 TEST(Formatter, AgreesWithTheRuntimeLibraryWhereBothKnowTheConversion) {
@@ -287,21 +286,21 @@ TEST(Formatter, AgreesWithTheRuntimeLibraryWhereBothKnowTheConversion) {
         const auto positive = static_cast<std::int32_t>(narrow & 0x7FFFFFFF);
         const auto widePositive = static_cast<std::int64_t>(wide & 0x7FFFFFFFFFFFFFFF);
         const int width = 1 + static_cast<int>(random() % 32);
-        EXPECT_AS_PRINTF("u", "%*" PRIu32, width, narrow);
-        EXPECT_AS_PRINTF("0u", "%0*" PRIu32, width, narrow);
-        EXPECT_AS_PRINTF("lu", "%*" PRIu32, width, narrow);
-        EXPECT_AS_PRINTF("x", "%*" PRIx32, width, narrow);
-        EXPECT_AS_PRINTF("0x", "%0*" PRIx32, width, narrow);
-        EXPECT_AS_PRINTF("X", "%*" PRIX32, width, narrow);
-        EXPECT_AS_PRINTF("0X", "%0*" PRIX32, width, narrow);
-        EXPECT_AS_PRINTF("d", "%*" PRId32, width, positive);
-        EXPECT_AS_PRINTF("0i", "%0*" PRIi32, width, positive);
-        EXPECT_AS_PRINTF("I64u", "%*" PRIu64, width, wide);
-        EXPECT_AS_PRINTF("0llu", "%0*" PRIu64, width, wide);
-        EXPECT_AS_PRINTF("llx", "%*" PRIx64, width, wide);
-        EXPECT_AS_PRINTF("0I64X", "%0*" PRIX64, width, wide);
-        EXPECT_AS_PRINTF("I64d", "%*" PRId64, width, widePositive);
-        EXPECT_AS_PRINTF("0lld", "%0*" PRId64, width, widePositive);
+        EXPECT_AS_PRINTF("", "u", PRIu32, width, narrow);
+        EXPECT_AS_PRINTF("0", "u", PRIu32, width, narrow);
+        EXPECT_AS_PRINTF("", "lu", PRIu32, width, narrow);
+        EXPECT_AS_PRINTF("", "x", PRIx32, width, narrow);
+        EXPECT_AS_PRINTF("0", "x", PRIx32, width, narrow);
+        EXPECT_AS_PRINTF("", "X", PRIX32, width, narrow);
+        EXPECT_AS_PRINTF("0", "X", PRIX32, width, narrow);
+        EXPECT_AS_PRINTF("", "d", PRId32, width, positive);
+        EXPECT_AS_PRINTF("0", "i", PRIi32, width, positive);
+        EXPECT_AS_PRINTF("", "I64u", PRIu64, width, wide);
+        EXPECT_AS_PRINTF("0", "llu", PRIu64, width, wide);
+        EXPECT_AS_PRINTF("", "llx", PRIx64, width, wide);
+        EXPECT_AS_PRINTF("0", "I64X", PRIX64, width, wide);
+        EXPECT_AS_PRINTF("", "I64d", PRId64, width, widePositive);
+        EXPECT_AS_PRINTF("0", "lld", PRId64, width, widePositive);
     }
 }
 

@@ -121,11 +121,12 @@ TEST(FrameReceive, FramesFollowEachOtherWithoutAGap) {
     receiver.Receive(source, 24);
     EXPECT_EQ(receiver.status, RecvStatus::Ok);
     EXPECT_EQ(receiver.header.seq, 2U);
-    EXPECT_EQ(receiver.buffer.Size(), 6U);
+    ASSERT_EQ(receiver.buffer.Size(), 6U);
     EXPECT_EQ(receiver.buffer.Data()[5], 55);
     receiver.Receive(source, 24);
     EXPECT_EQ(receiver.status, RecvStatus::Ok);
     EXPECT_EQ(receiver.header.seq, 3U);
+    ASSERT_EQ(receiver.buffer.Size(), 24U);
     EXPECT_EQ(receiver.buffer.Data()[23], 113);
     receiver.Receive(source, 24);
     EXPECT_EQ(receiver.status, RecvStatus::PeerClosed);

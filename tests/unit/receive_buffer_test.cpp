@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstdlib>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -25,24 +25,27 @@ struct LargeArraysFail {
 
 }  // namespace
 
-// The program's own array allocation, so that a failure can be staged.
-void* operator new[](std::size_t size) {
-    if (size >= g_smallestFailingArray.load(std::memory_order_relaxed)) {
-        throw std::bad_alloc();
-    }
-    void* const storage = std::malloc(size != 0 ? size : 1);
+// The program's own array allocation, so that a failure can be staged. All four go together, since a sanitizer compares
+// who gave a block with who takes it; and none is inlined, since the compiler would compare likewise and not see both.
+
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return size < g_smallestFailingArray.load(std::memory_order_relaxed) ? ::operator new(size, std::nothrow) : nullptr;
+}
+
+[[gnu::noinline]] void* operator new[](std::size_t size) {
+    void* const storage = ::operator new[](size, std::nothrow);
     if (storage == nullptr) {
         throw std::bad_alloc();
     }
     return storage;
 }
 
-void operator delete[](void* storage) noexcept {
-    std::free(storage);
+[[gnu::noinline]] void operator delete[](void* storage) noexcept {
+    ::operator delete(storage);
 }
 
-void operator delete[](void* storage, std::size_t) noexcept {
-    std::free(storage);
+[[gnu::noinline]] void operator delete[](void* storage, std::size_t) noexcept {
+    ::operator delete(storage);
 }
 
 namespace ravlo {

@@ -9,6 +9,7 @@
 #include "common/clock.h"
 #include "common/messages.h"
 #include "common/sleeper.h"
+#include "pipe/frame_header.h"
 #include "rvfeeder/camera_link.h"
 #include "rvfeeder/file_source.h"
 #include "rvfeeder/frame_clock.h"
@@ -36,17 +37,6 @@ std::unique_ptr<PictureReader> OpenInput(const FeederOptions& options) {
         Say("note: the input is full range, the camera announces limited range; its contrast will look too strong");
     }
     return reader;
-}
-
-FrameHeader MakeHeader(const FrameGeometry& geometry, std::uint64_t sequence) {
-    return {.magic = kFrameMagic,
-            .version = kFrameVersion,
-            .width = geometry.width,
-            .height = geometry.height,
-            .bytes = static_cast<std::uint32_t>(FrameBytes(geometry)),
-            .format = kFourccNv12,
-            .seq = sequence,
-            .reserved = {}};
 }
 
 /// One run of the program: input, clock and link, and what has been counted.
@@ -157,7 +147,9 @@ private:
     /// Without a camera the frame is let go, so that the film runs on and is at the right place when the camera returns.
     void SendOne(const QueuedFrame& frame) {
         const std::int64_t now = SteadyTicks();
-        if (m_link.TryConnect(now) && m_link.Send(MakeHeader(m_input.Geometry(), m_sequence), frame.nv12.data(), now)) {
+        if (m_link.TryConnect(now) &&
+            m_link.Send(MakeFrameHeader(m_input.Geometry().width, m_input.Geometry().height, m_sequence),
+                        frame.nv12.data(), now)) {
             ++m_sent;
         } else {
             ++m_droppedUnseen;
