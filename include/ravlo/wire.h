@@ -11,7 +11,7 @@ inline constexpr std::uint32_t kFrameMagic = 0x4F4C5652;
 inline constexpr std::uint32_t kFrameVersion = 2;
 /// FOURCC "NV12" in wire order, the only pixel format the camera takes.
 inline constexpr std::uint32_t kFourccNv12 = 0x3231564E;
-/// Largest width or height, in pixels, that a header may declare.
+/// Largest width or height of a picture, in pixels.
 inline constexpr std::uint32_t kMaxFrameDimension = 16384;
 
 /// The 40 bytes in front of every frame on the frame pipe; the payload follows without a gap.

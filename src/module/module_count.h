@@ -8,7 +8,9 @@ namespace ravlo {
 /// constructors everywhere include it.
 class ModuleCount {
 public:
+    /// One more reason to stay loaded. Any thread.
     static void Raise() noexcept { s_count.fetch_add(1); }
+    /// One less; balances a Raise.
     static void Lower() noexcept { s_count.fetch_sub(1); }
 
     /// Lowers the count unless it is already below 1; false then. An unbalanced unlock must not drive it negative.
@@ -22,6 +24,7 @@ public:
         return false;
     }
 
+    /// True when nothing keeps the module loaded.
     static bool IsZero() noexcept {
         long none = 0;
         return s_count.compare_exchange_strong(none, 0);

@@ -3,11 +3,12 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <utility>
 #include <vector>
 
+#include "platform/registry_key.h"
 #include "platform/registry_names.h"
 #include "platform/sid.h"
-#include "platform/unique_handle.h"
 
 namespace ravlo {
 namespace {
@@ -15,26 +16,13 @@ namespace {
 /// Longest anchor value in bytes; a SID's text needs fewer than 400.
 constexpr DWORD kMaxAnchorBytes = 1024;
 
-class RegistryKey {
-public:
-    explicit RegistryKey(HKEY key) noexcept : m_key(key) {}
-    RegistryKey(const RegistryKey&) = delete;
-    RegistryKey& operator=(const RegistryKey&) = delete;
-    ~RegistryKey() { RegCloseKey(m_key); }
-    HKEY Get() const noexcept { return m_key; }
-
-private:
-    HKEY m_key;
-};
-
 AnchorReason ReadAnchorText(std::wstring& text) {
-    HKEY opened = nullptr;
+    RegistryKey key;
     // The 64-bit view by name, so that a 32-bit reader of the same anchor sees the same value.
-    LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kAnchorKeyName, 0, KEY_READ | KEY_WOW64_64KEY, &opened);
+    LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kAnchorKeyName, 0, KEY_READ | KEY_WOW64_64KEY, key.Put());
     if (status != ERROR_SUCCESS) {
         return status == ERROR_FILE_NOT_FOUND ? AnchorReason::Absent : AnchorReason::ReadFailed;
     }
-    const RegistryKey key(opened);
     DWORD type = REG_NONE;
     DWORD size = 0;
     status = RegQueryValueExW(key.Get(), kAnchorValueName, nullptr, &type, nullptr, &size);
@@ -170,14 +158,7 @@ bool IsUsableUserAnchor(const std::wstring& sidString) {
 bool GetOwnTokenUserSid(std::wstring& sidString, DWORD& error) {
     sidString.clear();
     error = ERROR_SUCCESS;
-    SetLastError(ERROR_SUCCESS);
-    HANDLE opened = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) {
-        error = GetLastError();
-        return false;
-    }
-    const UniqueObject token(opened);
-    const LocalWideString text = TokenUserText(token.Get());
+    const LocalWideString text = ProcessUserText();
     if (!text) {
         error = GetLastError();
         return false;

@@ -22,6 +22,7 @@ std::uint64_t WireFrameBytes(std::uint32_t width, std::uint32_t height) noexcept
 /// Judges a header by its 40 bytes alone; the first failing check decides.
 HeaderVerdict ValidateFrameHeader(const FrameHeader& header) noexcept;
 
+/// True exactly when the verdict is Ok.
 bool IsFrameHeaderValid(const FrameHeader& header) noexcept;
 
 /// The word that the log prints for a verdict, such as "PIXEL_FORMAT"; "UNKNOWN" outside the enumeration.

@@ -51,6 +51,11 @@ FrameReader::Next FrameReader::RunPass(HANDLE stopEvent) noexcept {
 FrameReader::Next FrameReader::CreatePipe(HANDLE stopEvent) noexcept {
     // The anchor, once read, holds for the life of the pipe; a failed creation does not discard it.
     if (!m_status.authorizedUserSid.empty() || ObtainAnchor()) {
+        // An account lookup can outlast the teardown's patience. A thread that was given up must not create the pipe
+        // then: nobody would ever close it, and its name would be taken for every camera to come.
+        if (StopRequested(stopEvent, 0)) {
+            return Next::Leave;
+        }
         if (m_endpoint.Create(m_status.name.text, m_status.authorizedUserSid)) {
             m_createFailReported = false;
             m_status.created.store(true);

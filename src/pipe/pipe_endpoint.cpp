@@ -1,6 +1,7 @@
 #include "pipe/pipe_endpoint.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <iterator>
 
 #include "pipe/authorized_user.h"

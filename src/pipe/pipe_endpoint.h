@@ -11,6 +11,7 @@
 
 namespace ravlo {
 
+/// Where the serving end of a pipe stands.
 enum class ListenState : std::uint32_t { NoPipe = 0, Listening = 1, Connected = 2, ListenFailed = 3 };
 
 /// Which step of the creation of a frame pipe failed.

@@ -39,6 +39,7 @@ ExplicitName JudgeExplicitName(WideChar (&text)[kPipeNameCapacity], std::uint32_
 inline constexpr std::uint64_t kHostPidGraceMs = 250;
 inline constexpr std::uint64_t kSingletonGraceMs = 2000;
 
+/// The way in which a pipe name was found.
 enum class PipeNameRoute { NotYet, Explicit, HostPid, Singleton };
 
 /// Chooses the route to a pipe name, `waitedMs` after the first attempt. `hostPid` is 0 when none is known.

@@ -106,10 +106,12 @@ WriteOutcome PipeProducer::WriteExact(const void* buffer, std::uint32_t length, 
         if (!complete && GetLastError() == ERROR_IO_PENDING) {
             const std::uint64_t now = GetTickCount64();
             const std::uint64_t leftMs = now < deadline ? deadline - now : 0;
-            if (WaitForSingleObject(writeEvent.Get(), static_cast<DWORD>(std::min(leftMs, kLongestWaitMs))) !=
-                WAIT_OBJECT_0) {
+            const DWORD waited =
+                WaitForSingleObject(writeEvent.Get(), static_cast<DWORD>(std::min(leftMs, kLongestWaitMs)));
+            if (waited != WAIT_OBJECT_0) {
+                const DWORD error = waited == WAIT_TIMEOUT ? DWORD{WAIT_TIMEOUT} : GetLastError();
                 CancelAndWait(m_pipe.Get(), operation);
-                return Fail(WriteOutcome::DeadlineExpired, WAIT_TIMEOUT);
+                return Fail(waited == WAIT_TIMEOUT ? WriteOutcome::DeadlineExpired : WriteOutcome::Failed, error);
             }
             complete = GetOverlappedResult(m_pipe.Get(), &operation, &transferred, FALSE) != FALSE;
         }

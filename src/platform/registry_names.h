@@ -7,4 +7,7 @@ namespace ravlo {
 inline constexpr wchar_t kAnchorKeyName[] = L"SOFTWARE\\Ravlo";
 inline constexpr wchar_t kAnchorValueName[] = L"AuthorizedUserSid";
 
+/// What the camera is called, in the class store and towards the pipeline.
+inline constexpr wchar_t kFriendlyName[] = L"Ravlo Source";
+
 }  // namespace ravlo

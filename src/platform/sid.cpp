@@ -2,7 +2,9 @@
 
 #include <sddl.h>
 
+#include "platform/hresult.h"
 #include "platform/sid_text.h"
+#include "platform/unique_handle.h"
 
 namespace ravlo {
 
@@ -22,8 +24,7 @@ DWORD SidFromText(const wchar_t* text, LocalSid& sid) noexcept {
     }
     SetLastError(ERROR_SUCCESS);
     if (!ConvertStringSidToSidW(text, sid.Put())) {
-        const DWORD error = GetLastError();
-        return error != ERROR_SUCCESS ? error : ERROR_INVALID_SID;
+        return ErrorOr(GetLastError(), ERROR_INVALID_SID);
     }
     if (!IsValidSid(sid.Get())) {
         sid.Reset();
@@ -48,6 +49,16 @@ LocalWideString TokenUserText(HANDLE token) noexcept {
     const auto* user = static_cast<const TOKEN_USER*>(buffer.Get());
     ConvertSidToStringSidW(user->User.Sid, text.Put());
     return text;
+}
+
+LocalWideString ProcessUserText() noexcept {
+    HANDLE opened = nullptr;
+    SetLastError(ERROR_SUCCESS);
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) {
+        return {};
+    }
+    const UniqueObject token(opened);
+    return TokenUserText(token.Get());
 }
 
 }  // namespace ravlo

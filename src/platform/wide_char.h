@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cwchar>
 #include <type_traits>
 
 namespace ravlo {

@@ -10,12 +10,7 @@ namespace ravlo {
 namespace {
 
 void TraceProcessUser() noexcept {
-    HANDLE opened = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) {
-        return;
-    }
-    const UniqueObject token(opened);
-    if (const LocalWideString user = TokenUserText(token.Get())) {
+    if (const LocalWideString user = ProcessUserText()) {
         RvTrace("WHOAMI process_user=%ls", user.Get());
     }
 }

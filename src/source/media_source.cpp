@@ -6,6 +6,7 @@
 
 #include "platform/hresult.h"
 #include "platform/mf_ids.h"
+#include "platform/registry_names.h"
 #include "source/attribute_dump.h"
 #include "source/identity_lines.h"
 #include "source/sensor_profiles.h"
@@ -16,7 +17,6 @@
 namespace ravlo {
 namespace {
 
-constexpr wchar_t kFriendlyName[] = L"Ravlo Source";
 constexpr UINT32 kInitialAttributes = 4;
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <mfobjects.h>
 
+#include <cstddef>
 #include <cstdint>
 
 #include "pipe/pipe_name_resolver.h"

@@ -12,7 +12,7 @@ namespace ravlo {
 
 /// The step between the reader thread and the frame pool: publishes each received frame, wakes a waiting request, and
 /// turns the quiet fallbacks of the stream into lines, each written once when a problem first shows and, where a
-/// problem can end, once when it ends. Runs on the reader thread only.
+/// problem can end, once when it ends. Runs on the reader thread, and in the teardown once that thread has ended.
 class FramePublisher final : public FrameSink {
 public:
     FramePublisher(FramePool& pool, const FrameGeometry& geometry) noexcept : m_pool(pool), m_geometry(geometry) {}

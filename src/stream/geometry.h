@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "ravlo/wire.h"
+
 namespace ravlo {
 
 /// The one picture format of a stream: NV12, progressive, at this size and rate.
@@ -18,14 +20,12 @@ struct FrameGeometry {
 inline constexpr FrameGeometry kDefaultGeometry{1920, 1080, 60, 1};
 /// Sizes the frame pool; a requested geometry may not need more bytes a frame than this one.
 inline constexpr FrameGeometry kLargestGeometry{3840, 2160, 60, 1};
-/// Largest width or height in pixels.
-inline constexpr std::uint32_t kMaxDimension = 16384;
 
 /// True when the picture can exist as NV12 (chroma is subsampled by two both ways, hence even) and the rate is a rate.
 constexpr bool IsValidGeometry(const FrameGeometry& geometry) noexcept {
     return geometry.width != 0 && geometry.height != 0 && geometry.width % 2 == 0 && geometry.height % 2 == 0 &&
-           geometry.width <= kMaxDimension && geometry.height <= kMaxDimension && geometry.rateNumerator != 0 &&
-           geometry.rateDenominator != 0;
+           geometry.width <= kMaxFrameDimension && geometry.height <= kMaxFrameDimension &&
+           geometry.rateNumerator != 0 && geometry.rateDenominator != 0;
 }
 
 /// Bytes of the luma plane, which starts at offset 0.

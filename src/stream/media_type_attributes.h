@@ -12,16 +12,20 @@ namespace ravlo {
 /// ratio).
 class MediaTypeAttribute {
 public:
+    /// An attribute whose value is an identifier.
     static MediaTypeAttribute Identifier(const GUID& key, const GUID& value) noexcept {
         return {key, value, Kind::Guid, 0};
     }
+    /// An attribute whose value is a 32-bit number.
     static MediaTypeAttribute Number(const GUID& key, UINT32 value) noexcept {
         return {key, GUID{}, Kind::Number, value};
     }
+    /// An attribute whose value is a size (width, height) or a ratio (numerator, denominator).
     static MediaTypeAttribute Pair(const GUID& key, UINT32 high, UINT32 low) noexcept {
         return {key, GUID{}, Kind::Pair, UINT64{high} << 32 | low};
     }
 
+    /// Sets the attribute on a store; the result is the store's.
     HRESULT SetOn(IMFAttributes* attributes) const noexcept;
 
 private:

@@ -6,6 +6,7 @@
 
 namespace ravlo {
 
+/// How a painting ended; nothing is painted unless it says so.
 enum class PatternResult { Painted, NullBuffer, BadArgument };
 
 /// Paints the picture that stands in for a missing frame: a grey ramp of eight vertical bars that steps one bar to the

@@ -2,6 +2,9 @@
 
 #include <windows.h>
 
+#include <cstddef>
+#include <type_traits>
+
 #include "trace/format_string.h"
 
 namespace ravlo {

@@ -3,6 +3,7 @@
 #include <aclapi.h>
 
 #include <iterator>
+#include <utility>
 
 #include "platform/registry_names.h"
 #include "platform/sid.h"

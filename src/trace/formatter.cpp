@@ -80,7 +80,7 @@ void AppendWide(RvLineBuffer& line, const WideChar* string) noexcept {
         line.Append("(null)");
         return;
     }
-    for (; *string != 0; ++string) {
+    for (; *string != 0 && !line.IsFull(); ++string) {
         line.Append(*string >= 32 && *string <= 126 ? static_cast<char>(*string) : '?');
     }
 }

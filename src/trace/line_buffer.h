@@ -18,15 +18,18 @@ struct RvLineBuffer {
         }
     }
 
+    /// True when nothing more will fit: whoever copies a long string can stop.
+    bool IsFull() const noexcept { return static_cast<std::uint32_t>(length) + 1 >= capacity; }
+
     void Append(char character) noexcept {
-        if (static_cast<std::uint32_t>(length) + 1 < capacity) {
+        if (!IsFull()) {
             text[length++] = character;
             text[length] = '\0';
         }
     }
 
     void Append(const char* string) noexcept {
-        for (; *string != '\0'; ++string) {
+        for (; *string != '\0' && !IsFull(); ++string) {
             Append(*string);
         }
     }

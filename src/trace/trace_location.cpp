@@ -15,10 +15,10 @@ constexpr wchar_t kTempFile[] = L"C:\\Windows\\Temp\\ravlo-trace.log";
 constexpr wchar_t kModuleFileName[] = L"\\trace.log";
 
 void ReadProcessName(char (&name)[kProcessNameCapacity]) noexcept {
-    wchar_t path[kPathCapacity]{};
-    const DWORD length = GetModuleFileNameW(nullptr, path, kPathCapacity);
+    wchar_t path[kLogPathCapacity]{};
+    const DWORD length = GetModuleFileNameW(nullptr, path, kLogPathCapacity);
     const wchar_t* base = path;
-    if (length == 0 || length >= kPathCapacity) {
+    if (length == 0 || length >= kLogPathCapacity) {
         base = L"unknown.exe";
     } else {
         for (const wchar_t* cursor = path; *cursor != L'\0'; ++cursor) {
@@ -42,7 +42,7 @@ bool TryCandidate(RvTraceLocation& location, std::size_t index, const wchar_t* p
         return false;
     }
     location.openErrors[index] = ERROR_SUCCESS;
-    std::copy_n(path, std::min<std::size_t>(std::wcslen(path), kPathCapacity - 1), location.path);
+    std::copy_n(path, std::min<std::size_t>(std::wcslen(path), kLogPathCapacity - 1), location.path);
     location.candidate = static_cast<DWORD>(index + 1);
     return true;
 }
@@ -64,9 +64,9 @@ bool TryModuleDirectory(RvTraceLocation& location, HMODULE module) noexcept {
     if (module == nullptr) {
         return false;
     }
-    wchar_t directory[kPathCapacity]{};
-    const DWORD length = GetModuleFileNameW(module, directory, kPathCapacity);
-    if (length == 0 || length >= kPathCapacity) {
+    wchar_t directory[kLogPathCapacity]{};
+    const DWORD length = GetModuleFileNameW(module, directory, kLogPathCapacity);
+    if (length == 0 || length >= kLogPathCapacity) {
         return false;
     }
     wchar_t* const lastBackslash = std::wcsrchr(directory, L'\\');
@@ -76,10 +76,10 @@ bool TryModuleDirectory(RvTraceLocation& location, HMODULE module) noexcept {
     *lastBackslash = L'\0';
     location.verdicts[1] = RvCheckTraceDirectory(directory, &location.gateErrors[1]);
 
-    wchar_t file[kPathCapacity]{};
+    wchar_t file[kLogPathCapacity]{};
     const auto directoryLength = static_cast<std::size_t>(lastBackslash - directory);
     std::copy_n(directory, directoryLength, file);
-    const std::size_t room = kPathCapacity - 1 - directoryLength;
+    const std::size_t room = kLogPathCapacity - 1 - directoryLength;
     std::copy_n(kModuleFileName, std::min(std::size(kModuleFileName) - 1, room), file + directoryLength);
     return location.verdicts[1] == RvTraceDirVerdict::Ok && TryCandidate(location, 1, file);
 }

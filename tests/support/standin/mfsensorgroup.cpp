@@ -82,8 +82,7 @@ public:
     }
 
     // Knows the one filter that places no condition; any other would need the whole filter grammar.
-    HRESULT STDMETHODCALLTYPE IsMediaTypeSupported(UINT32 stream, IMFMediaType* type,
-                                                   BOOL* supported) override {
+    HRESULT STDMETHODCALLTYPE IsMediaTypeSupported(UINT32 stream, IMFMediaType* type, BOOL* supported) override {
         if (!type || !supported) {
             return E_POINTER;
         }
