@@ -82,7 +82,7 @@ TEST_F(SourceActivationFailures, FailedActivationsKeepNeitherMemoryNorHandles) {
     Create();
     for (int round = 0; round < 2; ++round) {
         HeapFaults heap(m_module.Handle());
-        const std::size_t handles = CountHandles();
+        const std::size_t handles = SettledHandles();
         RAVLO_HOOK(MFCreateEventQueue) queues(m_module.Handle());
         queues.FailCall(1, kFailure);
         EXPECT_EQ(kFailure, Activate());

@@ -208,7 +208,7 @@ TEST_F(SourceCreation, AnIdentityOfTheStreamThatCannotBeSetEndsIt) {
 TEST_F(SourceCreation, FailedCreationsKeepNeitherMemoryNorHandles) {
     for (int round = 0; round < 2; ++round) {
         HeapFaults heap(m_module.Handle());
-        const std::size_t handles = CountHandles();
+        const std::size_t handles = SettledHandles();
         for (int step = 1; step <= 2; ++step) {
             RAVLO_HOOK(MFCreateAttributes) stores(m_module.Handle());
             stores.FailCall(step, kFailure);

@@ -134,7 +134,7 @@ TEST_F(SourceDiagnostics, EveryBufferAndTokenIsGivenBack) {
     RAVLO_HOOK(LocalAlloc) allocations(m_module.Handle());
     RAVLO_HOOK(LocalFree) frees(m_module.Handle());
     RAVLO_HOOK(ConvertSidToStringSidW) texts(m_module.Handle());
-    const std::size_t handles = CountHandles();
+    const std::size_t handles = SettledHandles();
     const Lines lines = LinesOfCreation("WHOAMI");
     EXPECT_TRUE(HandlesSettleAt(handles));
     RevertToSelf();

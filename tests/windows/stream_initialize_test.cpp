@@ -66,28 +66,28 @@ TEST_F(StreamInitialize, TheFirstLockIsDeletedWhenTheSecondFails) {
 }
 
 TEST_F(StreamInitialize, TheFrameArrivalEventFailingIsTheResult) {
-    const std::size_t handles = CountHandles();
+    const std::size_t handles = SettledHandles();
     RAVLO_HOOK(CreateEventW) events(m_module.Handle());
     events.FailCall(1, nullptr, ERROR_NO_SYSTEM_RESOURCES);
     ExpectFailure(kNoResources, events, handles);
 }
 
 TEST_F(StreamInitialize, TheNotRunningEventFailingIsTheResult) {
-    const std::size_t handles = CountHandles();
+    const std::size_t handles = SettledHandles();
     RAVLO_HOOK(CreateEventW) events(m_module.Handle());
     events.FailCall(2, nullptr, ERROR_NO_SYSTEM_RESOURCES);
     ExpectFailure(kNoResources, events, handles);
 }
 
 TEST_F(StreamInitialize, TheMarshalerFailingIsTheResult) {
-    const std::size_t handles = CountHandles();
+    const std::size_t handles = SettledHandles();
     RAVLO_HOOK(CoCreateFreeThreadedMarshaler) marshalers(m_module.Handle());
     marshalers.FailEvery(E_OUTOFMEMORY);
     ExpectFailure(E_OUTOFMEMORY, marshalers, handles);
 }
 
 TEST_F(StreamInitialize, TheEventQueueFailingIsTheResult) {
-    const std::size_t handles = CountHandles();
+    const std::size_t handles = SettledHandles();
     RAVLO_HOOK(MFCreateEventQueue) queues(m_module.Handle());
     queues.FailEvery(MF_E_PLATFORM_NOT_INITIALIZED);
     ExpectFailure(MF_E_PLATFORM_NOT_INITIALIZED, queues, handles);
@@ -97,7 +97,7 @@ TEST_F(StreamInitialize, NoMemoryForTheFrameSlotsIsOutOfMemory) {
     HeapFaults heap(m_module.Handle());
     heap.FailFromSize(12'441'600);
     EXPECT_EQ(E_OUTOFMEMORY, Activate());  // the first exception of a module costs handles of the runtime's own
-    const std::size_t handles = CountHandles();
+    const std::size_t handles = SettledHandles();
     ExpectFailure(E_OUTOFMEMORY, heap, handles);
     EXPECT_TRUE(heap.Hit());
 }

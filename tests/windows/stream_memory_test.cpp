@@ -33,7 +33,7 @@ TEST_F(StreamMemory, HandlesAndBlocksAreBackAfterEveryLife) {
     ASSERT_NO_FATAL_FAILURE(LiveOnce());
     ASSERT_NO_FATAL_FAILURE(LiveOnce());
     const HeapFaults heap(m_module.Handle());
-    const std::size_t handles = CountHandles();
+    const std::size_t handles = SettledHandles();
     for (int i = 0; i < 5; ++i) {
         ASSERT_NO_FATAL_FAILURE(LiveOnce());
         EXPECT_TRUE(HandlesSettleAt(handles)) << "life " << i << ": " << CountHandles() << " of " << handles;
@@ -45,7 +45,7 @@ TEST_F(StreamMemory, HandlesAndBlocksAreBackAfterEveryLife) {
 TEST_F(StreamMemory, AReleaseWithoutShutdownOfAnActivatedStreamlessSourceLeavesNothing) {
     m_module.CreateSource<IMFActivate>().As<IMFMediaSource>()->Shutdown();
     const HeapFaults heap(m_module.Handle());
-    const std::size_t handles = CountHandles();
+    const std::size_t handles = SettledHandles();
     for (int i = 0; i < 5; ++i) {
         m_module.CreateSource<IMFActivate>().As<IMFMediaSource>()->Shutdown();
     }

@@ -124,7 +124,7 @@ TEST_F(TraceGate, NoVerdictLeavesAHandleOpen) {
     const StagedDirectory looks[] = {
         {}, {.queryError = 5}, {.attributes = 0x410}, {.attributes = 0x20}, {.ownerError = 5}, {.owner = kStrangerSid}};
     Check({});
-    const std::size_t before = CountHandles();
+    const std::size_t before = SettledHandles();
     for (int round = 0; round < 5; ++round) {
         for (const StagedDirectory& look : looks) {
             Check(look);

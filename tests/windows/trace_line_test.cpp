@@ -226,7 +226,7 @@ TEST_F(TraceLineTest, EveryOpeningOfTheFileIsForAppendingAndActsOnALinkItself) {
 TEST_F(TraceLineTest, NoHandleStaysOpenBetweenLines) {
     const ModuleUnderTest module(m_loading);
     EXPECT_TRUE(module.Factory());
-    const std::size_t before = CountHandles();
+    const std::size_t before = SettledHandles();
     for (int i = 0; i < 25; ++i) {
         EXPECT_TRUE(module.Factory());
     }
