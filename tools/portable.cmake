@@ -5,6 +5,7 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     common/command_line.cpp
     common/messages.cpp
     common/parse_text.cpp
+    rvfeeder/camera_limits.cpp
     rvfeeder/frame_clock.cpp
     rvfeeder/frame_queue.cpp
     rvfeeder/nv12_convert.cpp
@@ -19,9 +20,12 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     rvhost/sample_statistics.cpp
     rvhost/thumbnail.cpp)
 set(RAVLO_PORTABLE_TOOL_TESTS
+    binary_file
+    camera_limits
     command_line
     frame_clock
     picture
     picture_input
+    picture_worker
     sample_statistics
     y4m_reader)

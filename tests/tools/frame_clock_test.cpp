@@ -40,6 +40,16 @@ TEST(FrameClock, HighRatesDoNotOverflowWithinAYear) {
     EXPECT_EQ(clock.Judge(kStart + kYear, kStart).kind, Kind::Drop);
 }
 
+TEST(FrameClock, RatesOfManyDigitsDoNotOverflow) {
+    FrameClock clock(999'999'999, 33'333'333);
+    clock.Judge(kStart, kStart);
+    for (int frame = 0; frame < 30'000; ++frame) {
+        clock.Advance();
+    }
+    // 30,000 x 33,333,333 / 999,999,999 seconds, in whole ticks.
+    EXPECT_EQ(clock.Judge(kStart, kStart).wait, 9'999'999'909);
+}
+
 TEST(FrameClock, UpToOnePeriodOfDelayIsCaughtUpWithoutMovingTheClock) {
     FrameClock clock(25, 1);
     clock.Judge(kStart, kStart);

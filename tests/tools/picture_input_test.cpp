@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <condition_variable>
 #include <future>
+#include <mutex>
+#include <new>
 
 #include "rvfeeder/raw_reader.h"
 #include "tools/memory_source.h"
@@ -63,6 +65,35 @@ TEST(PictureInput, ALoopOverNothingEndsInsteadOfSpinning) {
     EXPECT_EQ(Next(input), "END");
 }
 
+TEST(PictureInput, ALoopOverAnInputThatChangedItsSizeEnds) {
+    const auto rounds = std::make_shared<int>(0);
+    PictureInput input(
+        [rounds] {
+            const std::uint32_t edge = (*rounds)++ == 0 ? 4 : 64;
+            return std::make_unique<RawReader>(std::make_unique<MemorySource>(std::string(edge * edge * 3 / 2, 'a')),
+                                               FrameGeometry{edge, edge, 30, 1});
+        },
+        true, 2);
+    ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
+    EXPECT_EQ(Next(input), std::string(24, 'a'));
+    EXPECT_EQ(Next(input), "END");
+    EXPECT_EQ(input.Error(), "the input changed its size or rate between two rounds");
+}
+
+TEST(PictureInput, ALoopOverAnInputThatChangedItsRateEnds) {
+    const auto rounds = std::make_shared<std::uint32_t>(30);
+    PictureInput input(
+        [rounds] {
+            return std::make_unique<RawReader>(std::make_unique<MemorySource>("abcdef"),
+                                               FrameGeometry{2, 2, (*rounds)++, 1});
+        },
+        true, 2);
+    ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
+    EXPECT_EQ(Next(input), "abcdef");
+    EXPECT_EQ(Next(input), "END");
+    EXPECT_EQ(input.Error(), "the input changed its size or rate between two rounds");
+}
+
 TEST(PictureInput, WholePicturesBeforeABrokenOneAreDeliveredAndTheErrorIsKept) {
     PictureInput input(OpenerOf("aaaaaabbb"), false, 2);
     ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
@@ -77,33 +108,57 @@ TEST(PictureInput, AnInputThatCannotBeOpenedSaysWhy) {
     EXPECT_EQ(input.Error(), "no such film");
 }
 
+TEST(PictureInput, AnInputThatNeedsMoreMemoryThanThereIsSaysSo) {
+    PictureInput input([]() -> std::unique_ptr<PictureReader> { throw std::bad_alloc(); }, false, 2);
+    ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Failed);
+    EXPECT_EQ(input.Error(), "not enough memory for the pictures of this input");
+}
+
+/// How many pictures have been read, for a test that waits for them.
+class ReadCount {
+public:
+    void Raise() {
+        const std::lock_guard lock(m_mutex);
+        ++m_count;
+        m_raised.notify_all();
+    }
+
+    /// What the count is once it has reached `wanted`, or when that takes too long.
+    int WaitFor(int wanted) {
+        std::unique_lock lock(m_mutex);
+        m_raised.wait_for(lock, kPatience, [this, wanted] { return m_count >= wanted; });
+        return m_count;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_raised;
+    int m_count = 0;
+};
+
 TEST(PictureInput, ReadingAheadStopsWhenAllBuffersAreFull) {
-    const auto reads = std::make_shared<std::atomic<int>>(0);
     class Counting final : public PictureReader {
     public:
-        explicit Counting(std::shared_ptr<std::atomic<int>> reads) : m_reads(std::move(reads)) {}
+        explicit Counting(std::shared_ptr<ReadCount> reads) : m_reads(std::move(reads)) {}
         const FrameGeometry& Geometry() const noexcept override { return m_geometry; }
         bool ReadPicture(std::span<std::uint8_t>) override {
-            ++*m_reads;
-            m_reads->notify_all();
+            m_reads->Raise();
             return true;
         }
 
     private:
         FrameGeometry m_geometry{2, 2, 30, 1};
-        std::shared_ptr<std::atomic<int>> m_reads;
+        std::shared_ptr<ReadCount> m_reads;
     };
+    const auto reads = std::make_shared<ReadCount>();
     PictureInput input([reads] { return std::make_unique<Counting>(reads); }, false, 3);
     ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
-    for (int seen = *reads; seen < 3; seen = *reads) {
-        reads->wait(seen);
-    }
+    EXPECT_EQ(reads->WaitFor(3), 3);
     QueuedFrame frame;
     ASSERT_EQ(input.Queue().TakeFilled(frame, kPatience), FrameQueue::Take::Frame);
-    EXPECT_EQ(*reads, 3) << "no buffer was free for a fourth picture";
+    EXPECT_EQ(reads->WaitFor(3), 3) << "no buffer was free for a fourth picture";
     input.Queue().PutEmpty(std::move(frame));
-    reads->wait(3);
-    EXPECT_EQ(*reads, 4);
+    EXPECT_EQ(reads->WaitFor(4), 4);
 }
 
 TEST(PictureInput, AReadThatNeverReturnsHoldsUpNobody) {

@@ -112,7 +112,7 @@ TEST(ContactSheet, PicturesStandInOrderInColouredFrames) {
     EXPECT_TRUE(sheet.IsEmpty());
     for (int i = 0; i < 3; ++i) {
         RgbImage picture{20, 10, Bytes(600, static_cast<std::uint8_t>(10 * (i + 1)))};
-        sheet.Add(std::move(picture), "x", i == 1 ? kRed : kGreen);
+        ASSERT_TRUE(sheet.Add(std::move(picture), "x", i == 1 ? kRed : kGreen));
     }
     const RgbImage drawn = sheet.Draw(2, "title");
     // Two cells of 28 x 44 a row, 6 pixels between them, 32 above the first row.
@@ -133,6 +133,25 @@ TEST(ContactSheet, PicturesStandInOrderInColouredFrames) {
         white += drawn.pixels[i] == 255 && drawn.pixels[i + 1] == 255 && drawn.pixels[i + 2] == 255 ? 1U : 0U;
     }
     EXPECT_GT(white, 20U) << "the labels";
+}
+
+TEST(ContactSheet, IsFullAfterSixHundredPictures) {
+    ContactSheet sheet;
+    for (int i = 0; i < 600; ++i) {
+        ASSERT_TRUE(sheet.Add({2, 2, Bytes(12)}, "x", {})) << i;
+    }
+    EXPECT_FALSE(sheet.Add({2, 2, Bytes(12)}, "x", {}));
+    EXPECT_EQ(sheet.Pictures(), 600U);
+}
+
+TEST(ContactSheet, IsFullBeforeLargePicturesTakeAllMemory) {
+    constexpr std::size_t kPictureBytes = std::size_t{2048} * 2048 * 3;
+    ContactSheet sheet;
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_TRUE(sheet.Add({2048, 2048, Bytes(kPictureBytes)}, "x", {})) << i;
+    }
+    EXPECT_FALSE(sheet.Add({2048, 2048, Bytes(kPictureBytes)}, "x", {})) << "12 MiB more than 120 of 128";
+    EXPECT_EQ(sheet.Pictures(), 10U);
 }
 
 TEST(ContactSheet, AnEmptySheetIsNoPicture) {

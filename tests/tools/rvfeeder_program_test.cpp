@@ -5,6 +5,9 @@
 
 #include <sddl.h>
 
+#include <optional>
+#include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "common/clock.h"
@@ -54,6 +57,55 @@ private:
     UniqueObject m_stop;
     PipeEndpoint m_endpoint;
     ReceiveBuffer m_buffer;
+};
+
+/// A film that the test hands out bit by bit.
+class FilmPipe {
+public:
+    FilmPipe()
+        : m_written(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+          m_pipe(CreateNamedPipeW(m_name.c_str(), PIPE_ACCESS_OUTBOUND | FILE_FLAG_OVERLAPPED, 0, 1, 4096, 4096, 0,
+                                  nullptr)) {
+        if (!m_written || !m_pipe) {
+            throw std::runtime_error("the film's pipe cannot be created");
+        }
+    }
+
+    const std::wstring& Name() const { return m_name; }
+
+    bool WaitForReader() {
+        OVERLAPPED operation = Operation();
+        return ConnectNamedPipe(m_pipe.Get(), &operation) || GetLastError() == ERROR_PIPE_CONNECTED ||
+               IsCompleted(operation);
+    }
+
+    bool Write(const std::string& bytes) {
+        OVERLAPPED operation = Operation();
+        return WriteFile(m_pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), nullptr, &operation) ||
+               IsCompleted(operation);
+    }
+
+private:
+    OVERLAPPED Operation() const {
+        OVERLAPPED operation{};
+        operation.hEvent = m_written.Get();
+        return operation;
+    }
+
+    bool IsCompleted(OVERLAPPED& operation) {
+        DWORD bytes = 0;
+        if (GetLastError() != ERROR_IO_PENDING) {
+            return false;
+        }
+        if (WaitForSingleObject(m_written.Get(), kPatienceMs) != WAIT_OBJECT_0) {
+            CancelIoEx(m_pipe.Get(), &operation);
+        }
+        return GetOverlappedResult(m_pipe.Get(), &operation, &bytes, TRUE) != FALSE;
+    }
+
+    std::wstring m_name = UniquePipeName() + L"-film";
+    UniqueObject m_written;
+    UniqueFile m_pipe;
 };
 
 /// `count` pictures of 4x2 at 20 a second; picture k repeats the k-th letter of the alphabet.
@@ -151,9 +203,10 @@ TEST_F(RvFeeder, APipeOfAStrangerGetsNoFrame) {
     ASSERT_TRUE(pipe);
     const ProgramResult result =
         RunProgram(L"rvfeeder", {m_folder.Write(L"film.y4m", Film(1)), L"--pipe", name, L"--timeout", L"1"});
-    EXPECT_EQ(result.code, 5);
+    EXPECT_EQ(result.code, 4);
     EXPECT_NE(result.output.find(" is owned by an account that is neither the camera service nor the authorized user; "
-                                 "no frame is sent to it\n"),
+                                 "no frame is sent to it\n"
+                                 "rvfeeder: giving up: the camera's pipe belongs to an account that is not trusted\n"),
               std::string::npos)
         << result.output;
     DWORD waiting = 0;
@@ -168,6 +221,37 @@ TEST_F(RvFeeder, WithoutACameraItGivesUpAfterTheTimeAllowed) {
     EXPECT_NE(result.output.find("rvfeeder: waiting for the camera: nothing serves "), std::string::npos);
     EXPECT_NE(result.output.find("rvfeeder: giving up: no camera took frames for the time that --timeout allows\n"),
               std::string::npos);
+}
+
+TEST_F(RvFeeder, TheTimeThatTheInputTakesToOpenIsNotCountedAgainstTheCamera) {
+    FilmPipe film;
+    ChildProcess feeder = StartProgram(L"rvfeeder", {film.Name(), L"--pipe", UniquePipeName(), L"--timeout", L"0.8"});
+    ASSERT_TRUE(film.WaitForReader()) << feeder.Output();
+    EXPECT_EQ(feeder.Wait(900), std::nullopt) << "an input that says nothing is waited for";
+    const std::int64_t opened = SteadyTicks();
+    ASSERT_TRUE(film.Write(Film(1)));
+    const ProgramResult result = FinishProgram(feeder);
+    EXPECT_EQ(result.code, 5) << result.output;
+    EXPECT_GE(SteadyTicks() - opened, 8'000'000);
+}
+
+TEST_F(RvFeeder, WhileTheInputIsSilentALostCameraIsLookedForAndGivenUp) {
+    std::optional<FrameServer> server(std::in_place);
+    FilmPipe film;
+    ChildProcess feeder = StartProgram(L"rvfeeder", {film.Name(), L"--pipe", server->Name(), L"--timeout", L"0.5"});
+    ASSERT_TRUE(film.WaitForReader()) << feeder.Output();
+    const std::string picture = "FRAME\nabcdefghUVXY";
+    ASSERT_TRUE(film.Write("YUV4MPEG2 W4 H2 F20:1\n" + picture));
+    ASSERT_TRUE(server->WaitForClient()) << feeder.Output();
+    ASSERT_EQ(server->Receive(1).size(), 1U);
+    server->DropClient();
+    ASSERT_TRUE(film.Write(picture));  // only a write shows that the camera is gone
+    ASSERT_TRUE(server->WaitForClient()) << feeder.Output();
+    server.reset();
+    ASSERT_TRUE(film.Write(picture));
+    const ProgramResult result = FinishProgram(feeder);
+    EXPECT_EQ(result.code, 5) << result.output;
+    EXPECT_NE(result.output.find("rvfeeder: 1 frames sent, 2 dropped "), std::string::npos) << result.output;
 }
 
 TEST_F(RvFeeder, WrongUsageEndsWithTwoAndOneClearSentence) {
@@ -186,6 +270,11 @@ TEST_F(RvFeeder, WrongUsageEndsWithTwoAndOneClearSentence) {
          "or 30000/1001\n"},
         {{L"a", L"--pipe", L"\\\\.\\pipe\\Other"},
          "rvfeeder: \"\\\\.\\pipe\\Other\" is no frame pipe: \\\\.\\pipe\\Ravlo, or that with a dot and a number\n"},
+        {{L"a", L"--size", L"16384x16384", L"--rate", L"30"},
+         "rvfeeder: the camera takes pictures of up to 12441600 bytes (3840x2160), but this input is 16384x16384\n"},
+        {{L"a", L"--size", L"4x2", L"--rate", L"30001/30"},
+         "rvfeeder: the camera takes up to 1000 frames a second, but this input has 30001/30\n"},
+        {{L"a", L"--write-timeout-ms", L"1001"}, "rvfeeder: "},
         {{L"a", L"--timeout", L"soon"}, "rvfeeder: "},
     };
     for (const auto& wrong : cases) {
@@ -199,6 +288,8 @@ TEST_F(RvFeeder, AnInputThatIsNoFilmEndsWithOne) {
     const ProgramResult missing = RunProgram(L"rvfeeder", {m_folder.File(L"missing.y4m")});
     EXPECT_EQ(missing.code, 1);
     EXPECT_NE(missing.output.find("rvfeeder: cannot open "), std::string::npos) << missing.output;
+    const ProgramResult foreign = RunProgram(L"rvfeeder", {m_folder.File(L"\u00E4\u20AC.y4m")});
+    EXPECT_NE(foreign.output.find("\xC3\xA4\xE2\x82\xAC.y4m: "), std::string::npos) << foreign.output;
     const ProgramResult other = RunProgram(L"rvfeeder", {m_folder.Write(L"a.y4m", "GIF89a")});
     EXPECT_EQ(other.code, 1);
     EXPECT_EQ(other.output,

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 
+#include "common/wide_text.h"
 #include "support/camera.h"
 #include "support/registry.h"
 #include "tools/program.h"
@@ -79,9 +81,26 @@ TEST_F(RvHost, AFileThatIsNoCameraEndsWithAClearSentence) {
     const ProgramResult missing = RunProgram(L"rvhost", {L"--dll", m_folder.File(L"missing.dll")});
     EXPECT_EQ(missing.code, 3);
     EXPECT_TRUE(Contains(missing.output, "rvhost: cannot load ")) << missing.output;
-    const ProgramResult other = RunProgram(L"rvhost", {L"--dll", L"kernel32.dll"});
+    std::wstring system(MAX_PATH, L'\0');
+    system.resize(GetSystemDirectoryW(system.data(), MAX_PATH));
+    const std::wstring kernel = system + L"\\kernel32.dll";
+    const ProgramResult other = RunProgram(L"rvhost", {L"--dll", kernel});
     EXPECT_EQ(other.code, 1);
-    EXPECT_EQ(other.output, "rvhost: kernel32.dll is no COM server: it exports no DllGetClassObject\n");
+    EXPECT_EQ(other.output, "rvhost: " + ToUtf8(kernel) + " is no COM server: it exports no DllGetClassObject\n");
+}
+
+TEST_F(RvHost, ARelativePathStartsAtTheCurrentFolder) {
+    const std::filesystem::path current = std::filesystem::current_path();
+    const std::wstring relative = std::filesystem::path(Dll()).lexically_relative(current).wstring();
+    ASSERT_FALSE(relative.empty());
+    const ProgramResult found = RunProgram(
+        L"rvhost", {L"--dll", relative, L"--geometry", L"320x180@30", L"--pipe", UniquePipeName(), L"--frames", L"2"});
+    EXPECT_EQ(found.code, 0) << found.output;
+    const ProgramResult missing = RunProgram(L"rvhost", {L"--dll", L"no-such-folder\\..\\missing.dll"});
+    EXPECT_EQ(missing.code, 3);
+    EXPECT_TRUE(
+        missing.output.starts_with("rvhost: cannot load " + ToUtf8((current / L"missing.dll").wstring()) + ": "))
+        << missing.output;
 }
 
 TEST_F(RvHost, AFileThatCannotBeWrittenIsAFailure) {

@@ -1,3 +1,4 @@
+#include "rvhost/sample_silence.h"
 #include "rvhost/sample_statistics.h"
 
 #include <gtest/gtest.h>
@@ -61,6 +62,13 @@ TEST(SampleStatistics, LatenessLeavesOutTheConstantOffset) {
 
 TEST(SampleStatistics, WithoutSamplesThereIsNoLateness) {
     EXPECT_EQ(SampleStatistics(kPeriod).Lateness(99), 0);
+}
+
+TEST(SampleSilence, IsTenSecondsOrThreePeriodsWhicheverIsLonger) {
+    EXPECT_EQ(LongestSilenceAt(333'333), 100'000'000);
+    EXPECT_EQ(LongestSilenceAt(33'333'333), 100'000'000);
+    EXPECT_EQ(LongestSilenceAt(200'000'000), 600'000'000);
+    EXPECT_EQ(LongestSilenceAt(9'999'999'990'000'000), 29'999'999'970'000'000);
 }
 
 TEST(Percentile, IsTheNearestRank) {

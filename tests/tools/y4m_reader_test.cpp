@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "rvfeeder/raw_reader.h"
 #include "tools/memory_source.h"
 
@@ -57,6 +59,23 @@ TEST(Y4mHeader, ARateIsNeeded) {
     EXPECT_NE(HeaderError("YUV4MPEG2 W4 H2 F25"), "");
     EXPECT_NE(HeaderError("YUV4MPEG2 W4 H2 F25:0"), "");
     EXPECT_NE(HeaderError("YUV4MPEG2 W4 H2 F-25:1"), "");
+}
+
+TEST(Y4mHeader, WhatIsBeyondTheCameraIsRefusedBeforeAnyMemoryIsTaken) {
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W16384 H16384 F25:1"),
+              "the camera takes pictures of up to 12441600 bytes (3840x2160), but this input is 16384x16384");
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2 F20000000:1"),
+              "the camera takes up to 1000 frames a second, but this input has 20000000/1");
+}
+
+TEST(Y4mHeader, BytesThatATerminalWouldObeyAreNotRepeated) {
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4\x1b[2J H2 F25:1"), "the Y4M header has a width that is no number: \"4?[2J\"");
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2 F25\r"), "the Y4M header has no usable frame rate: \"F25?\"");
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2 F25:1 I\xC2\x9B"),
+              "the camera takes progressive pictures, but this Y4M stream is interlaced (I\?\?); deinterlace it first");
+    EXPECT_EQ(HeaderError(("YUV4MPEG2 W4 H2 F25:1 C\x7F" + std::string(4000, 'x')).c_str()),
+              "the camera takes 8-bit 4:2:0 pictures, but this Y4M stream is C?" + std::string(59, 'x') +
+                  "...; convert it first, for example with ffmpeg -pix_fmt yuv420p");
 }
 
 TEST(Y4mHeader, InterlacedPicturesAreRefused) {
@@ -118,6 +137,23 @@ TEST(Y4mReader, AnInputWithoutALineFeedIsNotReadForEver) {
     EXPECT_NE(InputErrorOf([] { Reader(std::string(100'000, 'x')); }), "");
     EXPECT_NE(InputErrorOf([] { Reader("YUV4MPEG2 W4 H2 F25:1" + std::string(100'000, ' ')); }), "the input is empty");
     EXPECT_EQ(InputErrorOf([] { Reader(""); }), "the input is empty");
+}
+
+TEST(Y4mReader, ABufferOfAnotherSizeIsRefusedAndNothingIsRead) {
+    Y4mReader reader = Reader("YUV4MPEG2 W4 H2 F25:1\nFRAME\nabcdefghUVXY");
+    Picture shorter(11);
+    Picture longer(13);
+    EXPECT_THROW(reader.ReadPicture(shorter), std::invalid_argument);
+    EXPECT_THROW(reader.ReadPicture(longer), std::invalid_argument);
+    Picture picture(12);
+    ASSERT_TRUE(reader.ReadPicture(picture));
+    EXPECT_EQ(std::string(picture.begin(), picture.end()), "abcdefghUXVY");
+}
+
+TEST(RawReader, ABufferOfAnotherSizeIsRefused) {
+    RawReader reader(std::make_unique<MemorySource>("abcdefABCDEF"), {2, 2, 30, 1});
+    Picture longer(12);
+    EXPECT_THROW(reader.ReadPicture(longer), std::invalid_argument);
 }
 
 TEST(RawReader, PicturesFollowEachOtherWithoutMarkers) {

@@ -13,11 +13,13 @@ constexpr DWORD kFarewellMs = 2000;
 std::atomic<HANDLE> g_raised{nullptr};
 
 BOOL WINAPI OnConsoleEvent(DWORD kind) {
+    const bool wasRaised = WaitForSingleObject(g_raised.load(), 0) == WAIT_OBJECT_0;
     SetEvent(g_raised.load());
     if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) {
         Sleep(kFarewellMs);  // the process is ended as soon as this returns
+        return TRUE;
     }
-    return TRUE;
+    return wasRaised ? FALSE : TRUE;  // FALSE leaves it to the system's own handler, which ends the process at once
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 namespace ravlo {
 
 /// Turns Ctrl+C, Ctrl+Break and a closing console into an event, so that a program ends in order and says what it did.
-/// One instance at a time; make it before the first thread.
+/// A second Ctrl+C or Ctrl+Break ends the process at once. One instance at a time; make it before the first thread.
 class Interrupt {
 public:
     Interrupt();

@@ -3,18 +3,13 @@
 #include <array>
 
 #include "common/clock.h"
+#include "platform/timer_flags.h"
 
 namespace ravlo {
-namespace {
-
-/// CREATE_WAITABLE_TIMER_HIGH_RESOLUTION, known to Windows 10 1803 and later; older systems refuse it.
-constexpr DWORD kHighResolution = 0x00000002;
-
-}  // namespace
 
 Sleeper::Sleeper(HANDLE wake) : m_wake(wake) {
-    m_timer.Reset(CreateWaitableTimerExW(nullptr, nullptr, kHighResolution, TIMER_ALL_ACCESS));
-    if (!m_timer) {
+    m_timer.Reset(CreateWaitableTimerExW(nullptr, nullptr, CREATE_WAITABLE_TIMER_HIGH_RESOLUTION, TIMER_ALL_ACCESS));
+    if (!m_timer) {  // an older system refuses the flag
         m_timer.Reset(CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS));
     }
 }

@@ -51,12 +51,13 @@ bool CameraLink::TryConnect(std::int64_t now) {
     }
     m_nextTry = now + RetryInterval();
     if (!m_producer.ConnectToServer(m_pipeName.c_str(), 0)) {
-        m_connectError = m_producer.LastError();
+        KeepConnectError(m_producer.LastError());
         ReportConnectFailure(now);
         return false;
     }
     ++m_connections;
     m_connectedAt = now;
+    m_connectError = 0;
     m_reportedError = 0;
     if (m_quickLosses < kQuickLossesUntilHint) {
         Say("connected to " + ToUtf8(m_pipeName) + ", owner: " + OwnerTrustWord(m_producer.Owner()));
@@ -84,6 +85,13 @@ std::int64_t CameraLink::AbsentFor(std::int64_t now) const noexcept {
 
 std::int64_t CameraLink::RetryInterval() const noexcept {
     return m_quickLosses < kQuickLossesUntilHint ? kRetry : kRetryWhenUnwelcome;
+}
+
+void CameraLink::KeepConnectError(DWORD error) noexcept {
+    // A pipe that was opened and closed again for its owner stays busy until that owner looks, which is no news.
+    if (error != ERROR_PIPE_BUSY || m_connectError != ERROR_INVALID_OWNER) {
+        m_connectError = error;
+    }
 }
 
 void CameraLink::ReportConnectFailure(std::int64_t now) {

@@ -24,17 +24,22 @@ public:
     /// Sends one frame. False when the connection broke over it; the frame is then lost.
     bool Send(const FrameHeader& header, const void* payload, std::int64_t now);
 
+    /// The time without a connection counts from `now` on.
+    void RestartAbsence(std::int64_t now) noexcept { m_absentSince = now; }
+
     /// How long there has been no connection, in units of 100 ns; 0 while there is one.
     std::int64_t AbsentFor(std::int64_t now) const noexcept;
 
     std::uint64_t Connections() const noexcept { return m_connections; }
     std::int64_t LongestWrite() const noexcept { return m_longestWrite; }
 
-    /// The Win32 error of the last failed try to connect.
+    /// Why there is no connection: the Win32 error of the last try that failed for a reason of its own; 0 when none has
+    /// failed since the last connection.
     DWORD LastConnectError() const noexcept { return m_connectError; }
 
 private:
     std::int64_t RetryInterval() const noexcept;
+    void KeepConnectError(DWORD error) noexcept;
     void ReportConnectFailure(std::int64_t now);
     void Lose(WriteOutcome outcome, const FrameHeader& header, std::int64_t now);
 

@@ -2,8 +2,12 @@
 
 #include <array>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "common/clock.h"
@@ -83,6 +87,7 @@ private:
 
     /// The input waits too: a film starts when somebody is there to see it.
     std::optional<ExitCode> WaitForCamera() {
+        m_link.RestartAbsence(SteadyTicks());  // how long the input took to open is not the camera's fault
         while (!m_link.TryConnect(SteadyTicks())) {
             if (const auto ended = CheckAbsence()) {
                 return ended;
@@ -105,6 +110,10 @@ private:
             }
             switch (m_input.Queue().TakeFilled(frame, kLookUp)) {
                 case FrameQueue::Take::Nothing:
+                    if (const auto ended = SeekCamera()) {
+                        code = *ended;
+                        going = false;
+                    }
                     continue;
                 case FrameQueue::Take::End:
                     code = InputEnded();
@@ -126,6 +135,9 @@ private:
         m_restarts = clock.Restarts();
         return code;
     }
+
+    /// While the input has nothing to send: a camera that was lost is looked for all the same.
+    std::optional<ExitCode> SeekCamera() { return m_link.TryConnect(SteadyTicks()) ? std::nullopt : CheckAbsence(); }
 
     /// False when the frame's moment has passed, or the user ends the program before it comes.
     bool WaitUntilDue(FrameClock& clock, const QueuedFrame& frame) {
@@ -161,10 +173,17 @@ private:
         if (!m_options.absenceLimit || m_link.AbsentFor(SteadyTicks()) < *m_options.absenceLimit) {
             return std::nullopt;
         }
-        const bool denied = m_link.LastConnectError() == ERROR_ACCESS_DENIED;
-        Say(denied ? "giving up: the camera's pipe does not admit this account"
-                   : "giving up: no camera took frames for the time that --timeout allows");
-        return denied ? ExitCode::AccessDenied : ExitCode::PeerAbsent;
+        switch (m_link.LastConnectError()) {
+            case ERROR_ACCESS_DENIED:
+                Say("giving up: the camera's pipe does not admit this account");
+                return ExitCode::AccessDenied;
+            case ERROR_INVALID_OWNER:
+                Say("giving up: the camera's pipe belongs to an account that is not trusted");
+                return ExitCode::AccessDenied;
+            default:
+                Say("giving up: no camera took frames for the time that --timeout allows");
+                return ExitCode::PeerAbsent;
+        }
     }
 
     ExitCode InputEnded() const {

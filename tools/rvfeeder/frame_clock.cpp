@@ -29,10 +29,12 @@ FrameStep FrameClock::Judge(std::int64_t now, std::int64_t arrived) noexcept {
 }
 
 std::int64_t FrameClock::Due() const noexcept {
-    // Whole seconds' worth of frames first: the plain product would overflow after some days at high rates.
+    // Frames, seconds and ticks are divided one after another, with what is left over carried on: the plain product
+    // overflows, at an unreduced rate such as 999999999/33333333 within a quarter of an hour.
     const std::int64_t whole = m_index / m_numerator;
-    const std::int64_t rest = m_index % m_numerator;
-    return m_start + whole * m_denominator * kTicksPerSecond + rest * m_denominator * kTicksPerSecond / m_numerator;
+    const std::int64_t rest = m_index % m_numerator * m_denominator;
+    const std::int64_t seconds = whole * m_denominator + rest / m_numerator;
+    return m_start + seconds * kTicksPerSecond + rest % m_numerator * kTicksPerSecond / m_numerator;
 }
 
 void FrameClock::StartAt(std::int64_t now) noexcept {

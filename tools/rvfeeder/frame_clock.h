@@ -22,7 +22,7 @@ struct FrameStep {
 /// came late the clock starts anew at the frame that came. Times are in units of 100 ns.
 class FrameClock {
 public:
-    /// `numerator` frames in `denominator` seconds; neither is 0.
+    /// `numerator` frames in `denominator` seconds: each 1..999,999,999, and at most 1000 frames a second.
     FrameClock(std::uint32_t numerator, std::uint32_t denominator) noexcept;
 
     /// Judges the next frame at time `now`; `arrived` is when the input delivered it. The first frame starts the clock.

@@ -2,16 +2,19 @@
 
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <optional>
 #include <string>
 
 #include "common/command_line.h"
+#include "common/console_message.h"
 #include "common/exit_codes.h"
 #include "common/interrupt.h"
 #include "common/messages.h"
 #include "common/parse_text.h"
 #include "common/wide_text.h"
 #include "pipe/pipe_name.h"
+#include "rvfeeder/camera_limits.h"
 #include "rvfeeder/feeder.h"
 
 namespace ravlo {
@@ -24,6 +27,9 @@ constexpr const char* kExamples =
     "      Show a Y4M file again and again on the camera that serves this pipe\n"
     "  rvfeeder frames.nv12 --size 1280x720 --rate 30000/1001 --timeout 10\n"
     "      Show raw NV12 frames; give up when no camera has been there for 10 seconds\n";
+
+/// Nothing cuts a write short, so this is also how long Ctrl+C may have to wait.
+constexpr int kLongestWriteMs = 1000;
 
 struct RawArguments {
     std::string input;
@@ -42,8 +48,9 @@ void DeclareOptions(CLI::App& app, RawArguments& raw) {
     app.add_option("--pipe", raw.pipe, "The camera's frame pipe (default \\\\.\\pipe\\Ravlo)");
     app.add_option("--timeout", raw.timeoutSeconds, "Give up after this many seconds without a camera (default: never)")
         ->check(CLI::Range(0.1, 1e6));
-    app.add_option("--write-timeout-ms", raw.writeTimeoutMs, "Longest time one frame may take to send (default 500)")
-        ->check(CLI::Range(1, 60000));
+    app.add_option("--write-timeout-ms", raw.writeTimeoutMs,
+                   "Longest time one frame may take to send, up to 1000 (default 500)")
+        ->check(CLI::Range(1, kLongestWriteMs));
     app.add_flag("--loop", raw.loop, "Begin again at the end of a file");
 }
 
@@ -71,12 +78,13 @@ std::optional<std::string> Interpret(const RawArguments& raw, FeederOptions& opt
             return "--size " + raw.size + " --rate " + raw.rate +
                    " describes no NV12 stream: an even WIDTHxHEIGHT up to 16384 and a rate such as 30 or 30000/1001";
         }
+        return WhyBeyondCamera(*options.rawInput);
     }
     return std::nullopt;
 }
 
 ExitCode Main() {
-    NameMessages("rvfeeder");
+    NameMessages("rvfeeder", WriteConsoleMessage);
     CLI::App app("Sends video frames to a Ravlo camera through its frame pipe, at the video's own pace.");
     SetUpCommandLine(app, "rvfeeder", kExamples);
     RawArguments raw;
@@ -100,6 +108,8 @@ int main() {
     int code = static_cast<int>(ravlo::ExitCode::Failure);
     try {
         code = static_cast<int>(ravlo::Main());
+    } catch (const std::bad_alloc&) {
+        ravlo::Say("out of memory");
     } catch (const std::exception& error) {
         ravlo::Say(error.what());
     }

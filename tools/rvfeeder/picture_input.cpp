@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -83,6 +84,13 @@ std::string PictureInput::Error() const {
 
 void PictureInput::Run(const std::shared_ptr<Shared>& shared, const Opener& opener, bool loop, std::size_t capacity) {
     FrameQueue* queue = nullptr;
+    const auto fail = [&shared, &queue](const char* sentence) {
+        if (queue == nullptr) {
+            shared->Announce(State::Failed, sentence);
+        } else {
+            queue->Finish(sentence);
+        }
+    };
     try {
         std::unique_ptr<PictureReader> reader = opener();
         shared->geometry = reader->Geometry();
@@ -100,14 +108,16 @@ void PictureInput::Run(const std::shared_ptr<Shared>& shared, const Opener& open
         while (ReadThrough(*reader, *queue, pictures) && loop && pictures != 0) {
             pictures = 0;
             reader = opener();
+            // The buffers in the queue and the stream of the camera have the size of the first round.
+            if (reader->Geometry() != shared->geometry) {
+                throw InputError("the input changed its size or rate between two rounds");
+            }
         }
         queue->Finish({});
+    } catch (const std::bad_alloc&) {
+        fail("not enough memory for the pictures of this input");
     } catch (const std::exception& error) {
-        if (queue == nullptr) {
-            shared->Announce(State::Failed, error.what());
-        } else {
-            queue->Finish(error.what());
-        }
+        fail(error.what());
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <span>
+#include <stdexcept>
 
 #include "stream/geometry.h"
 
@@ -17,9 +18,16 @@ public:
 
     virtual const FrameGeometry& Geometry() const noexcept = 0;
 
-    /// Reads the next picture into `nv12`, which holds FrameBytes of the geometry. False at the end of the input.
-    /// An input that ends inside a picture, or breaks its own format, throws InputError; `nv12` is then not a picture.
+    /// Reads the next picture into `nv12`, which holds FrameBytes of the geometry; with any other length nothing is
+    /// read and std::invalid_argument thrown. False at the end of the input. An input that ends inside a picture, or breaks its own format, throws InputError; `nv12` is then not a picture.
     virtual bool ReadPicture(std::span<std::uint8_t> nv12) = 0;
+
+protected:
+    void RequireWholePicture(std::span<const std::uint8_t> nv12) const {
+        if (nv12.size() != FrameBytes(Geometry())) {
+            throw std::invalid_argument("the picture buffer does not have the size of the picture");
+        }
+    }
 };
 
 }  // namespace ravlo

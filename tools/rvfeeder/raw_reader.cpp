@@ -10,6 +10,7 @@ RawReader::RawReader(std::unique_ptr<ByteSource> source, const FrameGeometry& ge
 }
 
 bool RawReader::ReadPicture(std::span<std::uint8_t> nv12) {
+    RequireWholePicture(nv12);
     const std::size_t got = m_source->ReadFully(nv12.data(), nv12.size());
     if (got == 0) {
         return false;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "common/parse_text.h"
+#include "rvfeeder/camera_limits.h"
 #include "rvfeeder/nv12_convert.h"
 
 namespace ravlo {
@@ -19,11 +20,19 @@ constexpr std::size_t kMaxLineBytes = 4096;
 /// The 4:2:0 layouts differ only in where the chroma samples sit, which a camera picture does not tell apart.
 constexpr std::array<std::string_view, 4> kAcceptedLayouts{"420", "420jpeg", "420mpeg2", "420paldv"};
 
+/// Bytes from the input for a message: it goes to a terminal, which obeys what is no plain text.
+std::string Shown(std::string_view text) {
+    constexpr std::size_t kMostShown = 60;
+    std::string shown(text.substr(0, kMostShown));
+    std::replace_if(
+        shown.begin(), shown.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return text.size() > kMostShown ? shown + "..." : shown;
+}
+
 std::uint32_t ParseDimension(std::string_view value, const char* what) {
     const auto number = ParseNumber(value);
     if (!number) {
-        throw InputError(std::string("the Y4M header has a ") + what + " that is no number: \"" + std::string(value) +
-                         "\"");
+        throw InputError(std::string("the Y4M header has a ") + what + " that is no number: \"" + Shown(value) + "\"");
     }
     return *number;
 }
@@ -34,22 +43,22 @@ NumberPair ParseFrameRate(std::string_view value) {
     const auto denominator =
         colon == std::string_view::npos ? std::optional<std::uint32_t>{} : ParseNumber(value.substr(colon + 1));
     if (!numerator || !denominator || *numerator == 0 || *denominator == 0) {
-        throw InputError("the Y4M header has no usable frame rate: \"F" + std::string(value) + "\"");
+        throw InputError("the Y4M header has no usable frame rate: \"F" + Shown(value) + "\"");
     }
     return {*numerator, *denominator};
 }
 
 void CheckLayout(std::string_view layout) {
     if (std::find(kAcceptedLayouts.begin(), kAcceptedLayouts.end(), layout) == kAcceptedLayouts.end()) {
-        throw InputError("the camera takes 8-bit 4:2:0 pictures, but this Y4M stream is C" + std::string(layout) +
+        throw InputError("the camera takes 8-bit 4:2:0 pictures, but this Y4M stream is C" + Shown(layout) +
                          "; convert it first, for example with ffmpeg -pix_fmt yuv420p");
     }
 }
 
 void CheckScan(std::string_view scan) {
     if (scan != "p" && scan != "?") {
-        throw InputError("the camera takes progressive pictures, but this Y4M stream is interlaced (I" +
-                         std::string(scan) + "); deinterlace it first");
+        throw InputError("the camera takes progressive pictures, but this Y4M stream is interlaced (I" + Shown(scan) +
+                         "); deinterlace it first");
     }
 }
 
@@ -111,6 +120,9 @@ Y4mHeader ParseY4mHeader(std::string_view line) {
     if (header.geometry.rateNumerator == 0) {
         throw InputError("the Y4M header names no frame rate");
     }
+    if (const auto beyond = WhyBeyondCamera(header.geometry)) {
+        throw InputError(*beyond);
+    }
     return header;
 }
 
@@ -120,6 +132,7 @@ Y4mReader::Y4mReader(std::unique_ptr<ByteSource> source) : m_source(std::move(so
 }
 
 bool Y4mReader::ReadPicture(std::span<std::uint8_t> nv12) {
+    RequireWholePicture(nv12);
     if (!ReadPictureMarker()) {
         return false;
     }

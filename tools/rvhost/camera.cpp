@@ -39,7 +39,19 @@ ComPtr<IMFActivate> CreateRegistered() {
     return activate;
 }
 
-ComPtr<IMFActivate> CreateFromDll(const std::wstring& path) {
+/// The loader asks for a full path; what the user gives may start at the current folder.
+std::wstring FullPath(const std::wstring& path) {
+    std::wstring full(GetFullPathNameW(path.c_str(), 0, nullptr, nullptr), L'\0');
+    const DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    if (length == 0 || length >= full.size()) {
+        throw CameraError(ExitCode::NotInstalled, "\"" + ToUtf8(path) + "\" is no path");
+    }
+    full.resize(length);
+    return full;
+}
+
+ComPtr<IMFActivate> CreateFromDll(const std::wstring& file) {
+    const std::wstring path = FullPath(file);
     // Never unloaded: the reader may let go of the last objects on threads of its own.
     const HMODULE module = LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     if (module == nullptr) {
@@ -80,10 +92,31 @@ FrameGeometry ReadGeometry(IMFSourceReader& reader) {
     return geometry;
 }
 
+/// A camera is its own activation object, and what it holds is given back by Shutdown, not by the last Release.
+class CameraGuard {
+public:
+    explicit CameraGuard(IMFActivate* camera) noexcept : m_camera(camera) {}
+    CameraGuard(const CameraGuard&) = delete;
+    CameraGuard& operator=(const CameraGuard&) = delete;
+    ~CameraGuard() {
+        ComPtr<IMFMediaSource> source;
+        if (m_camera != nullptr && SUCCEEDED(m_camera->QueryInterface(IID_PPV_ARGS(source.Put())))) {
+            source->Shutdown();
+        }
+    }
+
+    /// Somebody else shuts it down from now on.
+    void Dismiss() noexcept { m_camera = nullptr; }
+
+private:
+    IMFActivate* m_camera;
+};
+
 }  // namespace
 
 Camera::Camera(const CameraOptions& options) {
     const ComPtr<IMFActivate> activate = options.dll.empty() ? CreateRegistered() : CreateFromDll(options.dll);
+    CameraGuard guard(activate.Get());
     if (options.geometry) {
         Check(activate->SetString(RV_GEOMETRY_ATTRIBUTE, GeometryText(*options.geometry).c_str()),
               "the geometry cannot be set");
@@ -93,11 +126,9 @@ Camera::Camera(const CameraOptions& options) {
     }
     ComPtr<IMFMediaSource> source;
     Check(activate->ActivateObject(IID_PPV_ARGS(source.Put())), "the camera cannot be activated");
-    const HRESULT hr = MFCreateSourceReaderFromMediaSource(source.Get(), nullptr, m_reader.Put());
-    if (FAILED(hr)) {
-        source->Shutdown();
-        Check(hr, "the system's source reader refuses the camera");
-    }
+    Check(MFCreateSourceReaderFromMediaSource(source.Get(), nullptr, m_reader.Put()),
+          "the system's source reader refuses the camera");
+    guard.Dismiss();
     m_geometry = ReadGeometry(*m_reader.Get());
     if (options.geometry && m_geometry != *options.geometry) {
         throw CameraError(ExitCode::Failure, "the camera did not take the requested geometry; it offers " +

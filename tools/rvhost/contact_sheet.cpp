@@ -73,8 +73,14 @@ void Paste(RgbImage& sheet, std::uint32_t x, std::uint32_t y, const RgbImage& pi
 
 }  // namespace
 
-void ContactSheet::Add(RgbImage picture, std::string label, Rgb colour) {
+bool ContactSheet::Add(RgbImage picture, std::string label, Rgb colour) {
+    const std::size_t bytes = picture.pixels.size();
+    if (m_entries.size() == kMostPictures || m_pixelBytes + bytes > kMostPixelBytes) {
+        return false;
+    }
     m_entries.push_back({std::move(picture), std::move(label), colour});
+    m_pixelBytes += bytes;
+    return true;
 }
 
 RgbImage ContactSheet::Draw(std::uint32_t columns, const std::string& title) const {

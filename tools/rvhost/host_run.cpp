@@ -4,6 +4,7 @@
 
 #include <array>
 #include <memory>
+#include <string>
 #include <thread>
 
 #include "common/clock.h"
@@ -13,8 +14,6 @@
 namespace ravlo {
 namespace {
 
-/// A camera shows at least its test pattern at its own pace, so a silence this long means that it has failed.
-constexpr std::int64_t kLongestSilence = 10 * kTicksPerSecond;
 constexpr DWORD kLookUpMs = 250;
 /// What the pulling thread gets to finish in order once it was told to stop; the user waits for it.
 constexpr DWORD kFarewellMs = 700;
@@ -30,7 +29,7 @@ Ending Watch(const SamplePuller& puller, const Interrupt& interrupt) {
             case WAIT_OBJECT_0 + 1:
                 return Ending::Interrupted;
             default:
-                if (SteadyTicks() - puller.LastProgress() > kLongestSilence) {
+                if (SteadyTicks() - puller.LastProgress() > puller.LongestSilence()) {
                     return Ending::Silent;
                 }
         }
@@ -45,10 +44,14 @@ ExitCode RunHost(const HostOptions& options, const Interrupt& interrupt) {
     std::thread([puller] { puller->Run(); }).detach();
     const Ending ending = Watch(*puller, interrupt);
     puller->Stop();
-    WaitForSingleObject(puller->FinishedEvent(), kFarewellMs);
+    const bool finished = WaitForSingleObject(puller->FinishedEvent(), kFarewellMs) == WAIT_OBJECT_0;
     const ExitCode code = puller->Summarize();
+    if (!finished && (!options.pictureDirectory.empty() || !options.contactSheet.empty())) {
+        Say("there was no time to finish: pictures may be incomplete");
+    }
     if (ending == Ending::Silent) {
-        Say("the camera has delivered nothing for 10 seconds");
+        Say("the camera has delivered nothing for " + std::to_string(puller->LongestSilence() / kTicksPerSecond) +
+            " seconds");
         return ExitCode::Failure;
     }
     if (ending == Ending::Interrupted) {

@@ -2,10 +2,12 @@
 
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <optional>
 #include <string>
 
 #include "common/command_line.h"
+#include "common/console_message.h"
 #include "common/exit_codes.h"
 #include "common/interrupt.h"
 #include "common/messages.h"
@@ -48,7 +50,8 @@ void DeclareOptions(CLI::App& app, RawArguments& raw) {
     app.add_option("--seconds", raw.seconds, "End after this time (default: at Ctrl+C)")->check(CLI::Range(0.1, 1e6));
     app.add_option("--frames", raw.frames, "End after this many samples")->check(CLI::Range(1, 1000000000));
     app.add_option("--pictures", raw.pictures, "Write small PNG pictures into this folder");
-    app.add_option("--contact-sheet", raw.contactSheet, "Write all pictures side by side into this PNG file");
+    app.add_option("--contact-sheet", raw.contactSheet,
+                   "Write the pictures, up to 600 of them, side by side into this PNG file");
     app.add_option("--every-ms", raw.everyMs, "Time between two pictures (default 1000)")
         ->check(CLI::Range(1, 3600000));
     app.add_option("--picture-width", raw.pictureWidth, "Width of a picture in pixels (default 320)")
@@ -97,7 +100,7 @@ ExitCode PrintUserSid() {
 }
 
 ExitCode Main() {
-    NameMessages("rvhost");
+    NameMessages("rvhost", WriteConsoleMessage);
     CLI::App app(
         "Runs a Ravlo camera without the camera service: activates it in this process, pulls its samples and "
         "says what they were.");
@@ -126,6 +129,8 @@ int main() {
     int code = static_cast<int>(ravlo::ExitCode::Failure);
     try {
         code = static_cast<int>(ravlo::Main());
+    } catch (const std::bad_alloc&) {
+        ravlo::Say("out of memory");
     } catch (const std::exception& error) {
         ravlo::Say(error.what());
     }

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -14,6 +16,7 @@ namespace {
 
 constexpr std::size_t kBuffers = 4;
 constexpr std::uint32_t kSheetColumns = 6;
+constexpr const char* kNoMemory = "out of memory";  // short enough to be kept without any
 constexpr Rgb kLiveColour{34, 139, 60};
 constexpr Rgb kPatternColour{190, 110, 10};
 
@@ -75,14 +78,20 @@ bool PictureWorker::Offer(std::span<const std::uint8_t> nv12, std::int64_t elaps
     return true;
 }
 
-void PictureWorker::Finish() {
+void PictureWorker::Finish() noexcept {
     {
         const std::lock_guard lock(m_mutex);
         m_finishing = true;
         m_offered.notify_one();
     }
     m_thread.join();
-    WriteContactSheet();
+    try {
+        WriteContactSheet();
+    } catch (const std::bad_alloc&) {
+        KeepError(kNoMemory);
+    } catch (const std::exception& error) {
+        KeepError(error.what());
+    }
 }
 
 std::uint64_t PictureWorker::Dropped() const {
@@ -95,7 +104,25 @@ std::string PictureWorker::Error() const {
     return m_error;
 }
 
-void PictureWorker::Run() {
+std::string PictureWorker::SheetNote() const {
+    if (m_leftOut == 0) {
+        return {};
+    }
+    return "the contact sheet is full: it shows the first " + std::to_string(m_sheet.Pictures()) +
+           " pictures and leaves out " + std::to_string(m_leftOut);
+}
+
+void PictureWorker::Run() noexcept {
+    try {
+        WriteOffered();
+    } catch (const std::bad_alloc&) {
+        KeepError(kNoMemory);
+    } catch (const std::exception& error) {
+        KeepError(error.what());
+    }
+}
+
+void PictureWorker::WriteOffered() {
     std::unique_lock lock(m_mutex);
     for (;;) {
         m_offered.wait(lock, [this] { return m_finishing || !m_waiting.empty(); });
@@ -117,8 +144,9 @@ void PictureWorker::Write(const Job& job) {
         Save(m_options.directory + FileName(job.elapsedMs, job.kind), picture);
     }
     if (!m_options.contactSheet.empty()) {
-        m_sheet.Add(std::move(picture), Label(job.elapsedMs, job.kind),
-                    job.kind == PictureKind::Live ? kLiveColour : kPatternColour);
+        const bool added = m_sheet.Add(std::move(picture), Label(job.elapsedMs, job.kind),
+                                       job.kind == PictureKind::Live ? kLiveColour : kPatternColour);
+        m_leftOut += added ? 0U : 1U;
     }
 }
 
@@ -134,9 +162,13 @@ void PictureWorker::WriteContactSheet() {
 
 void PictureWorker::Save(const std::string& path, const RgbImage& image) {
     if (!WritePng(path, image)) {
-        const std::lock_guard lock(m_mutex);
-        m_error = "cannot write " + path;
+        KeepError("cannot write " + path);
     }
+}
+
+void PictureWorker::KeepError(std::string sentence) noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_error = std::move(sentence);
 }
 
 }  // namespace ravlo

@@ -36,11 +36,13 @@ public:
     bool Offer(std::span<const std::uint8_t> nv12, std::int64_t elapsedMs, PictureKind kind);
 
     /// Waits until everything offered is written, then writes the contact sheet. Call it once, after the last Offer.
-    void Finish();
+    void Finish() noexcept;
 
     std::uint64_t Dropped() const;
     /// Why a file could not be written, as a sentence; empty when all went well. Complete after Finish.
     std::string Error() const;
+    /// What the user should know about the contact sheet, as a sentence; mostly empty. Only after Finish.
+    std::string SheetNote() const;
 
 private:
     struct Job {
@@ -49,14 +51,17 @@ private:
         PictureKind kind = PictureKind::Pattern;
     };
 
-    void Run();
+    void Run() noexcept;
+    void WriteOffered();
     void Write(const Job& job);
     void WriteContactSheet();
     void Save(const std::string& path, const RgbImage& image);
+    void KeepError(std::string sentence) noexcept;
 
     const PictureOptions m_options;
     const FrameGeometry m_geometry;
-    ContactSheet m_sheet;  ///< touched by the worker, and by Finish after the worker has ended
+    ContactSheet m_sheet;         ///< touched by the worker, and by others after the worker has ended
+    std::uint64_t m_leftOut = 0;  ///< pictures for which the sheet had no room; touched like the sheet
 
     mutable std::mutex m_mutex;
     std::condition_variable m_offered;

@@ -6,6 +6,8 @@
 
 #include <cstdio>
 #include <exception>
+#include <limits>
+#include <new>
 #include <span>
 #include <utility>
 
@@ -79,14 +81,21 @@ SamplePuller::SamplePuller(HostOptions options)
 }
 
 void SamplePuller::Run() noexcept {
+    Attempt(&SamplePuller::Pull);
+    Attempt(&SamplePuller::FinishPictures);  // a camera that has failed has left pictures too
+    SetEvent(m_finished.Get());
+}
+
+void SamplePuller::Attempt(void (SamplePuller::*step)()) noexcept {
     try {
-        Pull();
+        (this->*step)();
     } catch (const CameraError& error) {
         Fail(error.Code(), error.what());
+    } catch (const std::bad_alloc&) {
+        Fail(ExitCode::Failure, "out of memory");
     } catch (const std::exception& error) {
         Fail(ExitCode::Failure, error.what());
     }
-    SetEvent(m_finished.Get());
 }
 
 void SamplePuller::Pull() {
@@ -99,17 +108,33 @@ void SamplePuller::Pull() {
         }
         m_lastProgress.store(SteadyTicks());
     }
-    if (m_pictures) {
-        m_pictures->Finish();
-        const std::string error = m_pictures->Error();
-        if (!error.empty()) {
-            Fail(ExitCode::Failure, error);
-        }
+    // Before the camera is closed, which may take longer than an interrupted program has left.
+    FinishPictures();
+}
+
+void SamplePuller::FinishPictures() {
+    if (!m_pictures) {
+        return;
     }
+    // Nobody waits for the camera meanwhile, so its silence means nothing.
+    const std::int64_t longestSilence = m_longestSilence.exchange(std::numeric_limits<std::int64_t>::max());
+    m_pictures->Finish();
+    m_lastProgress.store(SteadyTicks());
+    m_longestSilence.store(longestSilence);
+    const std::string note = m_pictures->SheetNote();
+    if (!note.empty()) {
+        Say(note);
+    }
+    const std::string error = m_pictures->Error();
+    if (!error.empty()) {
+        Fail(ExitCode::Failure, error);
+    }
+    m_pictures.reset();
 }
 
 void SamplePuller::Begin(const FrameGeometry& geometry) {
     m_geometry = geometry;
+    m_longestSilence.store(LongestSilenceAt(SampleDuration(geometry)));
     if (!m_options.pictureDirectory.empty() || !m_options.contactSheet.empty()) {
         m_pictures = std::make_unique<PictureWorker>(
             PictureOptions{m_options.pictureDirectory, m_options.contactSheet, m_options.pictureWidth}, geometry);
@@ -167,8 +192,10 @@ PictureKind SamplePuller::Look(IMFSample& sample, std::int64_t elapsed) {
 
 void SamplePuller::Fail(ExitCode code, const std::string& sentence) {
     const std::lock_guard lock(m_mutex);
-    m_code = code;
-    m_problem = sentence;
+    if (m_code == ExitCode::Ok) {  // what failed first is the cause
+        m_code = code;
+        m_problem = sentence;
+    }
 }
 
 ExitCode SamplePuller::Summarize() {

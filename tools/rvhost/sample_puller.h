@@ -11,6 +11,7 @@
 #include "rvhost/host_run.h"
 #include "rvhost/picture_worker.h"
 #include "rvhost/sample_csv.h"
+#include "rvhost/sample_silence.h"
 #include "rvhost/sample_statistics.h"
 
 namespace ravlo {
@@ -26,18 +27,23 @@ public:
     /// Any thread: no sample after the current one.
     void Stop() noexcept { m_stop.store(true); }
 
-    /// Signalled when Run has ended.
+    /// Signalled when Run has ended; all pictures are written then.
     HANDLE FinishedEvent() const noexcept { return m_finished.Get(); }
 
     /// Any thread: steady time, in units of 100 ns, of the last progress.
     std::int64_t LastProgress() const noexcept { return m_lastProgress.load(); }
+
+    /// Any thread: how long, in units of 100 ns, a camera that works may stay silent.
+    std::int64_t LongestSilence() const noexcept { return m_longestSilence.load(); }
 
     /// Any thread: prints what was seen so far on standard output and completes the CSV file. Reports every failure on
     /// standard error; the result is Ok only for a run with samples and without any failure.
     ExitCode Summarize();
 
 private:
+    void Attempt(void (SamplePuller::*step)()) noexcept;
     void Pull();
+    void FinishPictures();
     void Begin(const FrameGeometry& geometry);
     bool IsEnough(std::int64_t elapsed) const;
     void TakeSample(IMFSample& sample);
@@ -49,6 +55,7 @@ private:
     UniqueObject m_finished;
     std::atomic<bool> m_stop{false};
     std::atomic<std::int64_t> m_lastProgress;
+    std::atomic<std::int64_t> m_longestSilence{LongestSilenceAt(0)};
 
     // Pulling thread only.
     FrameGeometry m_geometry{};

@@ -1,0 +1,61 @@
+#include "rvhost/picture_worker.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+namespace ravlo::test {
+namespace {
+
+class PictureWorkerFiles : public ::testing::Test {
+protected:
+    PictureWorkerFiles() { std::filesystem::create_directories(m_folder); }
+    ~PictureWorkerFiles() override {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_folder, ignored);
+    }
+
+    std::string Path(const char* name) const { return (m_folder / name).string(); }
+
+    const FrameGeometry m_geometry{16, 2, 30, 1};
+    const std::vector<std::uint8_t> m_picture = std::vector<std::uint8_t>(48, 128);
+
+private:
+    std::filesystem::path m_folder = std::filesystem::temp_directory_path() / "ravlo-picture-worker-test";
+};
+
+TEST_F(PictureWorkerFiles, EveryPictureIsAFileOnceItHasFinished) {
+    PictureWorker worker({Path("shots"), Path("sheet.png"), 16}, m_geometry);
+    EXPECT_TRUE(worker.Offer(m_picture, 1'250, PictureKind::Live));
+    EXPECT_TRUE(worker.Offer(m_picture, 2'500, PictureKind::Pattern));
+    worker.Finish();
+    EXPECT_EQ(worker.Error(), "");
+    EXPECT_EQ(worker.SheetNote(), "");
+    EXPECT_TRUE(std::filesystem::exists(Path("shots") + "/0001.250-live.png"));
+    EXPECT_TRUE(std::filesystem::exists(Path("shots") + "/0002.500-pattern.png"));
+    EXPECT_TRUE(std::filesystem::exists(Path("sheet.png")));
+}
+
+TEST_F(PictureWorkerFiles, AFullSheetSaysWhatItLeavesOut) {
+    PictureWorker worker({"", Path("sheet.png"), 16}, m_geometry);
+    unsigned taken = 0;
+    while (taken < 603) {  // all buffers may be in use for a moment
+        taken += worker.Offer(m_picture, 0, PictureKind::Live) ? 1U : 0U;
+    }
+    worker.Finish();
+    EXPECT_EQ(worker.SheetNote(), "the contact sheet is full: it shows the first 600 pictures and leaves out 3");
+    EXPECT_EQ(worker.Error(), "");
+}
+
+TEST_F(PictureWorkerFiles, AFileThatCannotBeWrittenIsNamed) {
+    const std::string sheet = Path("missing") + "/sheet.png";
+    PictureWorker worker({"", sheet, 16}, m_geometry);
+    EXPECT_TRUE(worker.Offer(m_picture, 0, PictureKind::Live));
+    worker.Finish();
+    EXPECT_EQ(worker.Error(), "cannot write " + sheet);
+}
+
+}  // namespace
+}  // namespace ravlo::test
