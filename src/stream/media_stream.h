@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 
 #include "gate/demand_gate.h"
 #include "module/module_count.h"
@@ -95,9 +96,9 @@ private:
     HRESULT DeliverSample(IUnknown* token) noexcept;
     void CountRequest() noexcept;
     void TraceApartmentOnce() noexcept;
-    HRESULT PaceNextSample(PacingDecision& decision, std::uint32_t& generation,
+    HRESULT PaceNextSample(PacingDecision& decision, std::optional<std::uint32_t>& generation,
                            ComPtr<IMFMediaEventQueue>& queue) noexcept;
-    HRESULT CheckDeliverable(bool& generationKnown, std::uint32_t& generation) const noexcept;
+    HRESULT CheckDeliverable(std::optional<std::uint32_t>& generation) const noexcept;
     bool ArmTimer(std::int64_t waitRemainder) noexcept;
     HRESULT WaitForNextLook(bool timerArmed, DWORD timeoutMs) noexcept;
 
@@ -110,11 +111,9 @@ private:
     ComPtr<IMFMediaEventQueue> m_eventQueue;
     ComPtr<IMFMediaSource> m_source;
     ComPtr<IMFStreamDescriptor> m_descriptor;
-    ActivationStore&
-        m_ownerStore;  ///< part of the object that m_source references; used only while a reference is held
+    /// Part of the object that m_source references; used only while a reference is held.
+    ActivationStore& m_ownerStore;
     const FrameGeometry m_geometry;
-    std::uint64_t m_samples = 0;
-    std::uint64_t m_clamps = 0;
     Pacer m_pacer;
     std::uint32_t m_generation = 0;  ///< raised by every Start, Stop and Shutdown
     UniqueObject m_frameArrival;     ///< auto-reset; set when a frame was published

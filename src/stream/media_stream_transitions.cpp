@@ -73,8 +73,6 @@ HRESULT RvMediaStream::RunStart(std::int64_t now) noexcept {
         return MF_E_SHUTDOWN;
     }
     m_apartmentTraced.store(false);
-    m_samples = 0;
-    m_clamps = 0;
     m_pacer.Reset(now, SampleDuration(m_geometry));
     m_demand.totalCalls.exchange(0);
     m_lastLineTick.exchange(-1);
@@ -121,8 +119,8 @@ HRESULT RvMediaStream::RunStop() noexcept {
     ++m_generation;
     SetEvent(m_notRunning.Get());
     const ComPtr<IMFMediaEventQueue> queue = m_eventQueue;
-    const std::uint64_t samples = m_samples;
-    const std::uint64_t clamps = m_clamps;
+    const std::uint64_t samples = m_pacer.Samples();
+    const std::uint64_t clamps = m_pacer.Clamps();
     state.Unlock();
     pacing.Unlock();
 

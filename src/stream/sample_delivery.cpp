@@ -44,7 +44,7 @@ void RvMediaStream::TraceApartmentOnce() noexcept {
 
 HRESULT RvMediaStream::DeliverSample(IUnknown* token) noexcept {
     PacingDecision decision;
-    std::uint32_t generation = 0;
+    std::optional<std::uint32_t> generation;
     ComPtr<IMFMediaEventQueue> queue;
     HRESULT hr = PaceNextSample(decision, generation, queue);
     if (FAILED(hr)) {
@@ -59,22 +59,20 @@ HRESULT RvMediaStream::DeliverSample(IUnknown* token) noexcept {
         return hr;
     }
     ScopedLock state(m_stateLock);
-    bool generationKnown = true;
-    hr = CheckDeliverable(generationKnown, generation);
+    hr = CheckDeliverable(generation);
     state.Unlock();
     return SUCCEEDED(hr) ? QueueObjectEvent(queue.Get(), MEMediaSample, sample.Get()) : hr;
 }
 
 /// Waits for the next due sample and commits it to the pacer. Returns with the generation that the request belongs to
 /// and a reference on the event queue.
-HRESULT RvMediaStream::PaceNextSample(PacingDecision& decision, std::uint32_t& generation,
+HRESULT RvMediaStream::PaceNextSample(PacingDecision& decision, std::optional<std::uint32_t>& generation,
                                       ComPtr<IMFMediaEventQueue>& queue) noexcept {
-    bool generationKnown = false;
     for (;;) {
         const std::int64_t now = MFGetSystemTime();
         ScopedLock pacing(m_pacingLock);
         ScopedLock state(m_stateLock);
-        const HRESULT deliverable = CheckDeliverable(generationKnown, generation);
+        const HRESULT deliverable = CheckDeliverable(generation);
         if (FAILED(deliverable)) {
             return deliverable;
         }
@@ -83,10 +81,8 @@ HRESULT RvMediaStream::PaceNextSample(PacingDecision& decision, std::uint32_t& g
         decision = m_pacer.Decide(now, fresh, stamp);
         if (decision.kind != PacingKind::Wait) {
             m_pacer.Commit(decision);
-            m_samples = m_pacer.Samples();
-            m_clamps = m_pacer.Clamps();
-            const std::uint64_t samples = m_samples;
-            const std::uint64_t clamps = m_clamps;
+            const std::uint64_t samples = m_pacer.Samples();
+            const std::uint64_t clamps = m_pacer.Clamps();
             queue = m_eventQueue;
             state.Unlock();
             pacing.Unlock();
@@ -109,18 +105,17 @@ HRESULT RvMediaStream::PaceNextSample(PacingDecision& decision, std::uint32_t& g
 
 /// Whether a sample may be delivered now; under the state lock. The first look of a request remembers the generation,
 /// and a later one that finds another means that the stream was stopped or restarted meanwhile.
-HRESULT RvMediaStream::CheckDeliverable(bool& generationKnown, std::uint32_t& generation) const noexcept {
+HRESULT RvMediaStream::CheckDeliverable(std::optional<std::uint32_t>& generation) const noexcept {
     if (m_state == State::ShutDown || !m_eventQueue) {
         return MF_E_SHUTDOWN;
     }
     if (m_state != State::Started) {
         return MF_E_MEDIA_SOURCE_WRONGSTATE;
     }
-    if (!generationKnown) {
+    if (!generation) {
         generation = m_generation;
-        generationKnown = true;
     }
-    return generation == m_generation ? S_OK : MF_E_MEDIA_SOURCE_WRONGSTATE;
+    return *generation == m_generation ? S_OK : MF_E_MEDIA_SOURCE_WRONGSTATE;
 }
 
 bool RvMediaStream::ArmTimer(std::int64_t waitRemainder) noexcept {
