@@ -199,19 +199,19 @@ public:
     /// The n-th call from now (1 is the next one) returns `result`, with `lastError` set when given, and does
     /// not reach the platform; all others pass.
     template <class T = R>
-    requires(!std::is_void_v<R>) void FailCall(int n, T result, std::optional<DWORD> lastError = {}) {
+    void FailCall(int n, T result, std::optional<DWORD> lastError = {}) {
         auto left = std::make_shared<std::atomic<int>>(n);
         FailWhen([left](const A&...) { return left->fetch_sub(1) == 1; }, result, lastError);
     }
     /// Every call from now on fails, until PassOn.
     template <class T = R>
-    requires(!std::is_void_v<R>) void FailEvery(T result, std::optional<DWORD> lastError = {}) {
+    void FailEvery(T result, std::optional<DWORD> lastError = {}) {
         FailWhen([](const A&...) { return true; }, result, lastError);
     }
     /// Calls for whose arguments `condition` is true fail; the others pass.
     template <class T = R>
-    requires(!std::is_void_v<R>) void FailWhen(std::function<bool(const A&...)> condition, T result,
-                                               std::optional<DWORD> lastError = {}) {
+    void FailWhen(std::function<bool(const A&...)> condition, T result, std::optional<DWORD> lastError = {}) {
+        static_assert(!std::is_void_v<R>, "a function without a result cannot fail");
         const R converted = static_cast<R>(result);
         Replace([condition = std::move(condition), converted, lastError](A... arguments) -> R {
             if (!condition(arguments...)) {

@@ -232,7 +232,7 @@ TEST_F(RvFeeder, TheTimeThatTheInputTakesToOpenIsNotCountedAgainstTheCamera) {
     ASSERT_TRUE(film.Write(Film(1)));
     const ProgramResult result = FinishProgram(feeder);
     EXPECT_EQ(result.code, 5) << result.output;
-    EXPECT_GE(SteadyTicks() - opened, 8'000'000);
+    EXPECT_GE(SteadyTicks() - opened, 7'640'000) << "0.8 s, less what a coarse clock may take off";
 }
 
 TEST_F(RvFeeder, WhileTheInputIsSilentALostCameraIsLookedForAndGivenUp) {

@@ -60,8 +60,11 @@ template <bool>
 struct Evaluated;
 
 template <Literal Format, class... Arguments>
+using Check = Evaluated<(static_cast<void>(TraceFormat<Arguments...>(Format.text)), true)>;
+
+template <Literal Format, class... Arguments>
 concept Fits = requires {
-    typename Evaluated<(static_cast<void>(TraceFormat<Arguments...>(Format.text)), true)>;
+    typename Check<Format, Arguments...>;  // a format that does not fit is no constant expression
 };
 
 using Narrows = const char*;

@@ -239,8 +239,8 @@ TEST_F(GateTick, APassAsksForNoMemory) {
     static ULONGLONG s_now;
     s_now = m_now;
     // The recording clock keeps a list of its calls; this one keeps nothing.
-    const ScopedHook<ULONGLONG()> quiet(
-        ThisProgram(), "GetTickCount64", +[]() -> ULONGLONG { return s_now += 500; });
+    const auto step = +[]() -> ULONGLONG { return s_now += 500; };
+    const ScopedHook<ULONGLONG()> quiet(ThisProgram(), "GetTickCount64", step);
     const std::uint64_t issued = m_context.gate.recordsIssued;
     ProgramHeap heap;
     for (int i = 0; i < 10; ++i) {

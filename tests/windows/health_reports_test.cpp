@@ -20,7 +20,8 @@ protected:
     }
 
     HookedClock m_clock{m_module.Handle()};
-    RAVLO_HOOK(SetEvent) m_published{m_module.Handle()};
+    using SetEventHook = RAVLO_HOOK(SetEvent);
+    SetEventHook m_published{m_module.Handle()};
     Camera m_camera{m_module, {.geometry = L"64x36@60/1"}};
 };
 

@@ -33,6 +33,13 @@ protected:
     std::array<char, 256> m_buffer{};
 };
 
+TEST(ReadOutcomes, HaveTheseNumbers) {
+    EXPECT_EQ(0u, static_cast<std::uint32_t>(ReadOutcome::Complete));
+    EXPECT_EQ(1u, static_cast<std::uint32_t>(ReadOutcome::Cancelled));
+    EXPECT_EQ(2u, static_cast<std::uint32_t>(ReadOutcome::PeerClosed));
+    EXPECT_EQ(3u, static_cast<std::uint32_t>(ReadOutcome::Failed));
+}
+
 TEST_F(PipeRead, ReadsExactlyAsManyBytesAsAskedAndLeavesTheRest) {
     ASSERT_TRUE(Send("abcdefgh"));
     std::uint32_t done = 77;
@@ -45,10 +52,12 @@ TEST_F(PipeRead, ReadsExactlyAsManyBytesAsAskedAndLeavesTheRest) {
 }
 
 TEST_F(PipeRead, GathersWhatComesInSeveralWrites) {
+    ReadHook reads(ThisProgram());
     std::thread writer([&] {
+        std::size_t wanted = 0;
         for (const char* part : {"a", "bc", "def"}) {
+            EXPECT_TRUE(reads.WaitForCalls(++wanted));
             EXPECT_TRUE(Send(part));
-            Sleep(5);
         }
     });
     std::uint32_t done = 0;
@@ -56,6 +65,10 @@ TEST_F(PipeRead, GathersWhatComesInSeveralWrites) {
     writer.join();
     EXPECT_EQ(6u, done);
     EXPECT_EQ("abcdef", Received(6));
+    ASSERT_EQ(3u, reads.Count());
+    EXPECT_EQ(6u, std::get<2>(reads.Calls()[0]));
+    EXPECT_EQ(5u, std::get<2>(reads.Calls()[1]));
+    EXPECT_EQ(3u, std::get<2>(reads.Calls()[2]));
 }
 
 TEST_F(PipeRead, AStopThatIsAlreadySignalledCancelsWithoutAnyRead) {

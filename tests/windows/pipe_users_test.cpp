@@ -86,6 +86,12 @@ protected:
     DWORD m_use = 77;
 };
 
+TEST_F(SidUse, TheThreeAnswersHaveTheseNumbers) {
+    EXPECT_EQ(0u, static_cast<DWORD>(SidLookup::User));
+    EXPECT_EQ(1u, static_cast<DWORD>(SidLookup::NotAUser));
+    EXPECT_EQ(2u, static_cast<DWORD>(SidLookup::NotResolvable));
+}
+
 TEST_F(SidUse, TheOwnUserIsAUser) {
     EXPECT_EQ(SidLookup::User, Lookup(CurrentUserSid()));
     EXPECT_EQ(1u, m_use);

@@ -68,7 +68,7 @@ inline std::uint64_t AsNumber(double value) {
     return std::bit_cast<std::uint64_t>(value);
 }
 template <class T>
-requires std::is_integral_v<T> || std::is_enum_v<T> std::uint64_t AsNumber(T value) {
+std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>, std::uint64_t> AsNumber(T value) {
     return static_cast<std::uint64_t>(value);
 }
 

@@ -189,30 +189,38 @@ TEST_F(ReaderClients, TheLiveLineComesOncePerConnection) {
 TEST_F(ReaderClients, AClientThatCameAndWentBeforeTheFirstListenDoesNotShutOutTheNext) {
     using ConnectHook = RAVLO_HOOK(ConnectNamedPipe);
     ConnectHook listens(m_module.Handle());
+    RAVLO_HOOK(CreateThread) threads(m_module.Handle());
+    threads.FailCall(2, nullptr, ERROR_NOT_ENOUGH_MEMORY);  // no gate: the first listen is the frame pipe's
+    RAVLO_HOOK(DisconnectNamedPipe) disconnects(m_module.Handle());
     std::atomic<bool> visited{false};
     listens.Replace([&](HANDLE pipe, LPOVERLAPPED operation) -> BOOL {
         if (!visited.exchange(true)) {
             PipeClient visitor;
-            visitor.Connect(m_name, 0);
+            EXPECT_TRUE(visitor.Connect(m_name, 0));
         }
         return ConnectHook::CallOriginal(pipe, operation);
     });
     {
         Camera camera(m_module, {.pipeName = m_name});
+        ASSERT_TRUE(listens.WaitForCalls(2)) << "the second look at the listen issues it again";
+        EXPECT_EQ(1u, disconnects.Count()) << "after the visitor was cleared away";
         Connect();
         Send(320, 180, 1);
         EXPECT_TRUE(WaitForLive(1)) << m_log.Text();
-        EXPECT_TRUE(visited.load());
+        EXPECT_EQ(2u, listens.Count());
+        EXPECT_FALSE(m_log.Contains("FAIL PIPE")) << m_log.Text();
     }
 }
 
 TEST_F(ReaderClients, AProducerThatIsThereBeforeTheFirstListenIsTaken) {
     using ConnectHook = RAVLO_HOOK(ConnectNamedPipe);
     ConnectHook listens(m_module.Handle());
+    RAVLO_HOOK(CreateThread) threads(m_module.Handle());
+    threads.FailCall(2, nullptr, ERROR_NOT_ENOUGH_MEMORY);  // no gate: the first listen is the frame pipe's
     std::atomic<bool> connected{false};
     listens.Replace([&](HANDLE pipe, LPOVERLAPPED operation) -> BOOL {
         if (!connected.exchange(true)) {
-            m_producer.Connect(m_name, 0);
+            EXPECT_TRUE(m_producer.Connect(m_name, 0));
         }
         return ConnectHook::CallOriginal(pipe, operation);
     });

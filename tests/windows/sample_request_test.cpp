@@ -2,6 +2,7 @@
 
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "support/camera.h"
 #include "support/fixtures.h"
@@ -113,6 +114,26 @@ TEST_F(SampleRequest, TheNextCountComesAThousandMillisecondsLaterAndNotOneEarlie
     EXPECT_TRUE(m_log.HasMessage(Observed(3))) << m_log.Text();  // refused requests are counted as well
     EXPECT_EQ(MF_E_MEDIA_SOURCE_WRONGSTATE, stream->RequestSample(nullptr));
     EXPECT_EQ(2u, m_log.CountLines("STM.RequestSample observed"));
+}
+
+TEST_F(SampleRequest, OfManyThreadsAtOnceOnlyOneWritesTheCount) {
+    m_camera.Start();
+    m_camera.Stop();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&] {
+            for (int n = 0; n < 20; ++n) {
+                EXPECT_EQ(MF_E_MEDIA_SOURCE_WRONGSTATE, m_camera.Stream()->RequestSample(nullptr));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(1u, m_log.CountLines("STM.RequestSample observed")) << m_log.Text();
+    m_clock.AdvanceMs(1000);
+    EXPECT_EQ(MF_E_MEDIA_SOURCE_WRONGSTATE, m_camera.Stream()->RequestSample(nullptr));
+    EXPECT_TRUE(m_log.HasMessage(Observed(161))) << "every request of every thread was counted\n" << m_log.Text();
 }
 
 TEST_F(SampleRequest, StartClearsTheCountAndWritesAtOnceAgain) {

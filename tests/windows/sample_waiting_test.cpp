@@ -201,15 +201,13 @@ TEST(SampleWaitingTogether, AStopWakesEveryWaiter) {
 TEST_F(SampleWaiting, TheRealClockPacesAtThePeriod) {
     Camera camera(m_module, {.geometry = L"64x36@20/1"});
     camera.Start();
-    camera.Pull();
-    camera.Pull();  // due together with the first
-    const Clock::time_point start = Clock::now();
-    for (int i = 0; i < 6; ++i) {
-        camera.Pull();
+    for (int i = 0; i < 8; ++i) {
+        const Sample sample = camera.Pull();
+        const LONGLONG lateness = MFGetSystemTime() - sample.time;
+        // Never early, however busy the machine is; the first is a period late because no frame was there for it.
+        EXPECT_GE(lateness, i == 0 ? 500'000 : 0) << i;
+        EXPECT_LT(lateness, 10'000'000) << i;
     }
-    // Six periods of 50 ms, less what the requests before took of the first one.
-    EXPECT_GE(MsSince(start), 300 - 70);
-    EXPECT_LT(MsSince(start), 300 + 1000);
 }
 
 }  // namespace

@@ -125,6 +125,22 @@ TEST_F(SourceEvents, ASecondAsynchronousGetIsTheQueuesToRefuse) {
     EXPECT_TRUE(m_log.HasMessage("FAIL SRC.BeginGetEvent hr=0xC00D36DA")) << m_log.Text();
 }
 
+TEST_F(SourceEvents, AStartedSourceHandsThemOnAsWell) {
+    Camera camera(m_module, {.geometry = L"64x36@60/1"});
+    camera.Start();
+    const auto callback = ComPtr<Callback>::Adopt(new Callback);
+    EXPECT_EQ(S_OK, camera.Source()->BeginGetEvent(callback.Get(), nullptr));
+    EXPECT_EQ(S_OK, camera.Source()->QueueEvent(MEExtendedType, kExtendedType, S_FALSE, nullptr));
+    const ComPtr<IMFAsyncResult> result = callback->WaitForResult();
+    ASSERT_TRUE(result);
+    EXPECT_EQ(S_OK, camera.Source()->EndGetEvent(result.Get(), m_event.Put()));
+    GUID extended{};
+    m_event->GetExtendedType(&extended);
+    EXPECT_EQ(kExtendedType, extended);
+    EXPECT_EQ(S_OK, camera.Source()->QueueEvent(MEError, GUID_NULL, E_ABORT, nullptr));
+    EXPECT_EQ((std::vector<MediaEventType>{MEError}), DrainEvents(camera.Source()));
+}
+
 TEST_F(SourceEvents, NullArgumentsAreRefused) {
     EXPECT_EQ(E_POINTER, m_source->GetEvent(0, nullptr));
     EXPECT_TRUE(m_log.HasMessage("FAIL SRC.GetEvent hr=0x80004003"));

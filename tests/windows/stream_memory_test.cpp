@@ -42,13 +42,16 @@ TEST_F(StreamMemory, HandlesAndBlocksAreBackAfterEveryLife) {
     EXPECT_GT(heap.Allocations(), 0);
 }
 
-TEST_F(StreamMemory, AReleaseWithoutShutdownOfAnActivatedStreamlessSourceLeavesNothing) {
+TEST_F(StreamMemory, ASourceThatWasNeverActivatedLeavesNothingWithAndWithoutItsShutdown) {
     m_module.CreateSource<IMFActivate>().As<IMFMediaSource>()->Shutdown();
+    m_module.CreateSource<IMFActivate>().Reset();  // so the platform stays started from here on
     const HeapFaults heap(m_module.Handle());
     const std::size_t handles = SettledHandles();
     for (int i = 0; i < 5; ++i) {
         m_module.CreateSource<IMFActivate>().As<IMFMediaSource>()->Shutdown();
+        m_module.CreateSource<IMFActivate>().Reset();
     }
+    EXPECT_GT(heap.Allocations(), 0);
     EXPECT_TRUE(HandlesSettleAt(handles));
     EXPECT_EQ(0, heap.LiveBlocks());
 }

@@ -278,7 +278,7 @@ RAVLO_ROLE(RealBound) {
     const ULONGLONG start = GetTickCount64();
     EXPECT_EQ(S_OK, stuck.camera->Shutdown());
     const ULONGLONG waited = GetTickCount64() - start;
-    EXPECT_GE(waited, 1980u);
+    EXPECT_GE(waited, 1964u);
     EXPECT_LE(waited, 3000u);
     EXPECT_TRUE(stuck.log.HasMessage(Abandoned("the reader thread", "258"))) << stuck.log.Text();
     return 0;

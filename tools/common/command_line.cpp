@@ -33,7 +33,7 @@ std::string DescribeParseError(const CLI::App& app, const CLI::ParseError& error
         return error.what();
     }
     const std::string word = unknown.front().substr(0, unknown.front().find('='));
-    if (word.rfind('-', 0) != 0) {
+    if (!word.starts_with('-')) {
         return "what is \"" + word + "\" for? Nothing more was expected here";
     }
     const std::string nearest = NearestOption(app, word);

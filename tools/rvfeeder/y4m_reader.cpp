@@ -24,8 +24,8 @@ constexpr std::array<std::string_view, 4> kAcceptedLayouts{"420", "420jpeg", "42
 std::string Shown(std::string_view text) {
     constexpr std::size_t kMostShown = 60;
     std::string shown(text.substr(0, kMostShown));
-    std::replace_if(
-        shown.begin(), shown.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    const auto isOdd = [](char character) { return character < ' ' || character > '~'; };
+    std::replace_if(shown.begin(), shown.end(), isOdd, '?');
     return text.size() > kMostShown ? shown + "..." : shown;
 }
 
