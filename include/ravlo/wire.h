@@ -43,8 +43,9 @@ inline constexpr std::uint32_t kDemandVersion = 1;
 inline constexpr std::size_t kDemandRecordBytes = 32;
 /// One hour in ms. Stands for "nobody asks for samples"; the idle time never exceeds it.
 inline constexpr std::uint64_t kDemandIdleLimitMs = 3'600'000;
-/// A running camera looks this often (ms) whether a record is due. The system's tick is coarse, so a look may come a tick
-/// early and leave the record to the next one: a producer should give a lease at least three periods before it lapses.
+/// A running camera looks this often (ms) whether a record is due. The system's tick is coarse, so a look may come a
+/// tick early and leave the record to the next one: a producer should give a lease at least three periods before it
+/// lapses.
 inline constexpr std::uint64_t kDemandPeriodMs = 500;
 
 }  // namespace ravlo

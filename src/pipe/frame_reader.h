@@ -13,8 +13,8 @@
 
 namespace ravlo {
 
-/// Where received frames go. Implemented by the stream; called on the reader thread, and by the teardown once that thread
-/// has ended.
+/// Where received frames go. Implemented by the stream; called on the reader thread, and by the teardown once that
+/// thread has ended.
 class FrameSink {
 public:
     /// Takes a frame whose header was found good and whose size is the advertised one. The bytes are borrowed.

@@ -26,7 +26,8 @@ bool SidsAreEqual(PSID left, PSID right) noexcept;
 /// Converts a SID's text, accepted only in its strict form. Returns 0 and a SID, or the Win32 error.
 DWORD SidFromText(const wchar_t* text, LocalSid& sid) noexcept;
 
-/// The user of an open token as text; null with GetLastError() set when any step fails (0 when the failing call left none).
+/// The user of an open token as text; null with GetLastError() set when any step fails (0 when the failing call left
+/// none).
 LocalWideString TokenUserText(HANDLE token) noexcept;
 
 /// The user that this process runs as, from its token, as text; null as TokenUserText.

@@ -39,12 +39,12 @@ bool CanReceiveFrame(const CopyDescriptor& copy) noexcept;
 /// the slot's sequence number (odd while being written, changed afterwards) and tries again, three times at most.
 ///
 /// What the language promises: on the writer's side a copy lies between two sequentially consistent increments of the
-/// sequence; on the reader's side between a sequentially consistent look at it and the confirming compare-exchange, which
-/// is a read-modify-write whenever the copy is kept. Acquire keeps a copy from starting early, release keeps it from
-/// ending late, so a confirmed copy saw the slot at rest. Lengths and stamps are relaxed atomics. What it does not
+/// sequence; on the reader's side between a sequentially consistent look at it and the confirming compare-exchange,
+/// which is a read-modify-write whenever the copy is kept. Acquire keeps a copy from starting early, release keeps it
+/// from ending late, so a confirmed copy saw the slot at rest. Lengths and stamps are relaxed atomics. What it does not
 /// promise: copying bytes while they are being written is a data race by the letter of the standard, even though the
-/// result is discarded; every compiler and processor that the module is built for reads some mixture of old and new bytes
-/// and nothing worse.
+/// result is discarded; every compiler and processor that the module is built for reads some mixture of old and new
+/// bytes and nothing worse.
 class FramePool {
 public:
     /// Allocates both slots zero-filled. False when `capacity` (bytes a slot) is 0 or there is no memory.

@@ -92,7 +92,8 @@ HRESULT RvMediaStream::PaceNextSample(PacingDecision& decision, std::optional<st
             return S_OK;
         }
         const bool timerArmed = ArmTimer(decision.waitRemainder);
-        // With the timer armed the time-out is only a net: requests share one timer, and one of them may miss its signal.
+        // With the timer armed the time-out is only a net: requests share one timer, and one of them may miss its
+        // signal.
         const DWORD timeoutMs = timerArmed ? decision.waitMs + m_pacer.WaitBoundMs() : decision.waitMs;
         state.Unlock();
         pacing.Unlock();

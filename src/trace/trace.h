@@ -15,9 +15,9 @@ void RvSetTraceModule(HMODULE module) noexcept;
 /// Writes one line from packed arguments. RvTrace is the checked way to call this.
 void RvTraceSlots(const char* format, const TraceSlot* slots, std::size_t slotCount) noexcept;
 
-/// Writes one line to the trace log: "[pid:tid process] time message". Any thread, any time, also under the loader lock;
-/// the log is opened with the rights of the calling thread. Never fails, and the thread's last error is afterwards what
-/// it was before, so a failure may be logged and then read.
+/// Writes one line to the trace log: "[pid:tid process] time message". Any thread, any time, also under the loader
+/// lock; the log is opened with the rights of the calling thread. Never fails, and the thread's last error is
+/// afterwards what it was before, so a failure may be logged and then read.
 template <class... Arguments>
 void RvTrace(TraceFormat<std::type_identity_t<Arguments>...> format, Arguments... arguments) noexcept {
     const TraceSlot slots[] = {ToTraceSlot(arguments)..., 0};

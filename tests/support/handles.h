@@ -7,8 +7,8 @@
 
 namespace ravlo::test {
 
-/// Open handles of this process now, found by asking about each number in turn. Listing the handles of all processes, the
-/// other way to count them, ends the server of some Wine versions when a process starts or ends meanwhile.
+/// Open handles of this process now, found by asking about each number in turn. Listing the handles of all processes,
+/// the other way to count them, ends the server of some Wine versions when a process starts or ends meanwhile.
 std::size_t CountHandles();
 
 /// The same, once the number stands still: the first moments of a process open handles on threads of its own.

@@ -1,5 +1,6 @@
-// A producer that dies in the middle of a frame, for the demo: half_frame PIPE WIDTHxHEIGHT. It connects, writes a right
-// header and half of the payload, and ends its own process as a crash would: nothing is flushed or closed in order.
+// A producer that dies in the middle of a frame, for the demo: half_frame PIPE WIDTHxHEIGHT. It connects, writes a
+// right header and half of the payload, and ends its own process as a crash would: nothing is flushed or closed in
+// order.
 #include "ravlo/wire.h"
 
 #include <windows.h>

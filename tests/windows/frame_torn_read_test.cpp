@@ -1,5 +1,5 @@
-// A frame that is overwritten while somebody copies it. The memory that the copy writes to, or reads from, is fenced off,
-// so that the test comes to its turn in the middle of every copy, on the copying thread.
+// A frame that is overwritten while somebody copies it. The memory that the copy writes to, or reads from, is fenced
+// off, so that the test comes to its turn in the middle of every copy, on the copying thread.
 #include "stream/frame_pool.h"
 #include "stream/frame_publisher.h"
 

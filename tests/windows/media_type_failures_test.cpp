@@ -13,8 +13,8 @@ namespace {
 
 constexpr HRESULT kFailure = static_cast<HRESULT>(0x80041234);
 
-/// A media type of the platform whose n-th setter fails: its table of functions is replaced by a copy with three entries
-/// of the test's own. One at a time.
+/// A media type of the platform whose n-th setter fails: its table of functions is replaced by a copy with three
+/// entries of the test's own. One at a time.
 class FailingType {
 public:
     FailingType(IMFMediaType* type, int failing) : m_type(ComPtr<IMFMediaType>::Share(type)) {

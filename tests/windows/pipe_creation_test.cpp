@@ -1,4 +1,5 @@
-// Every step at which the creation of the frame pipe can fail: the stage and error of the endpoint, and the reader's line.
+// Every step at which the creation of the frame pipe can fail: the stage and error of the endpoint, and the reader's
+// line.
 #include <gtest/gtest.h>
 
 #include "pipe_objects.h"

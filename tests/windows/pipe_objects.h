@@ -1,5 +1,5 @@
-// What the tests of the pipe objects share: these live in the test program itself, not in the DLL, so hooks on them go on
-// the program's own import table.
+// What the tests of the pipe objects share: these live in the test program itself, not in the DLL, so hooks on them go
+// on the program's own import table.
 #pragma once
 
 #include "gate/gate_name.h"

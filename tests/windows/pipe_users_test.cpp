@@ -1,4 +1,5 @@
-// Who a SID is: judged by value, asked of the account database, read from a token or a pipe, and trusted as a pipe's owner.
+// Who a SID is: judged by value, asked of the account database, read from a token or a pipe, and trusted as a pipe's
+// owner.
 #include "pipe/authorized_user.h"
 
 #include <gtest/gtest.h>

@@ -100,8 +100,8 @@ TEST_F(Producer, ConnectingAgainLetsGoOfTheOldConnection) {
     EXPECT_EQ(ReadOutcome::PeerClosed, endpoint.ReadExact(&byte, 1, stop.Get(), done));
 }
 
-/// Owners are verified against an anchor in a registry of the test's own, and an account database that answers by a hook:
-/// a registry of one's own hides the real one.
+/// Owners are verified against an anchor in a registry of the test's own, and an account database that answers by a
+/// hook: a registry of one's own hides the real one.
 class ProducerOwner : public Producer {
 protected:
     ProducerOwner() : m_lookups(ThisProgram()) { AnswerLookups(SidTypeUser); }

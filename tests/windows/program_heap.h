@@ -1,5 +1,6 @@
 // Allocation failures inside the test program itself, for the objects that are linked into it. A hook in a module's own
-// import table must not allocate through that table, so the heap's functions are taken from the runtime library directly.
+// import table must not allocate through that table, so the heap's functions are taken from the runtime library
+// directly.
 #pragma once
 
 #include "support/import_hooks.h"

@@ -28,8 +28,8 @@ void ExpectEveryEntryKeepsTheError(const char* when) {
     ExpectKept("RvTracePipe", [] { RvTracePipe("test"); });
 }
 
-/// Runs in a process of its own, since the location is chosen once. Every choice, the good and the bad, makes calls that
-/// change the error.
+/// Runs in a process of its own, since the location is chosen once. Every choice, the good and the bad, makes calls
+/// that change the error.
 RAVLO_ROLE(FirstLine) {
     const PrivateLocalMachine localMachine;
     StagedDisk disk(GetModuleHandleW(nullptr));

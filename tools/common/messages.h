@@ -14,7 +14,8 @@ void WriteMessage(std::string_view program, std::string_view text) noexcept;
 /// program's last message. Call it before the first message.
 void NameMessages(std::string_view program, MessageWriter writer) noexcept;
 
-/// One line to the user on standard error, "program: text"; `text` is UTF-8. Standard output carries data only. Any thread.
+/// One line to the user on standard error, "program: text"; `text` is UTF-8. Standard output carries data only. Any
+/// thread.
 void Say(std::string_view text) noexcept;
 
 }  // namespace ravlo

@@ -156,7 +156,8 @@ private:
         }
     }
 
-    /// Without a camera the frame is let go, so that the film runs on and is at the right place when the camera returns.
+    /// Without a camera the frame is let go, so that the film runs on and is at the right place when the camera
+    /// returns.
     void SendOne(const QueuedFrame& frame) {
         const std::int64_t now = SteadyTicks();
         if (m_link.TryConnect(now) &&

@@ -22,8 +22,8 @@ struct FeederOptions {
     bool loop;
 };
 
-/// Sends the input to the camera, frame by frame at the input's own pace, until the input ends, the user interrupts or the
-/// camera stays away too long. Says what happened and ends with a summary, all on standard error.
+/// Sends the input to the camera, frame by frame at the input's own pace, until the input ends, the user interrupts or
+/// the camera stays away too long. Says what happened and ends with a summary, all on standard error.
 ExitCode Feed(const FeederOptions& options, const Interrupt& interrupt);
 
 }  // namespace ravlo

@@ -18,8 +18,8 @@ struct FrameStep {
 };
 
 /// Spreads frames over time: frame k is due at the start plus k periods, computed afresh for every k so that rounding
-/// never adds up. After a delay nothing is sent in a burst: what this side held up is dropped, and when the input itself
-/// came late the clock starts anew at the frame that came. Times are in units of 100 ns.
+/// never adds up. After a delay nothing is sent in a burst: what this side held up is dropped, and when the input
+/// itself came late the clock starts anew at the frame that came. Times are in units of 100 ns.
 class FrameClock {
 public:
     /// `numerator` frames in `denominator` seconds: each 1..999,999,999, and at most 1000 frames a second.

@@ -19,7 +19,8 @@ public:
     virtual const FrameGeometry& Geometry() const noexcept = 0;
 
     /// Reads the next picture into `nv12`, which holds FrameBytes of the geometry; with any other length nothing is
-    /// read and std::invalid_argument thrown. False at the end of the input. An input that ends inside a picture, or breaks its own format, throws InputError; `nv12` is then not a picture.
+    /// read and std::invalid_argument thrown. False at the end of the input. An input that ends inside a picture, or
+    /// breaks its own format, throws InputError; `nv12` is then not a picture.
     virtual bool ReadPicture(std::span<std::uint8_t> nv12) = 0;
 
 protected:

@@ -17,9 +17,9 @@ struct Y4mHeader {
     bool fullRange;  ///< luma runs over 0..255 instead of the 16..235 that the camera announces
 };
 
-/// Reads the stream's first line, without its line feed. Refuses, with an InputError that says why: a line that is no Y4M
-/// header, a size that NV12 cannot have, a missing or zero rate, what is beyond the camera, interlaced pictures, and every colour layout other than
-/// 8-bit 4:2:0 (a missing one counts as 4:2:0).
+/// Reads the stream's first line, without its line feed. Refuses, with an InputError that says why: a line that is no
+/// Y4M header, a size that NV12 cannot have, a missing or zero rate, what is beyond the camera, interlaced pictures,
+/// and every colour layout other than 8-bit 4:2:0 (a missing one counts as 4:2:0).
 Y4mHeader ParseY4mHeader(std::string_view line);
 
 /// Pictures from a Y4M stream, converted from planar 4:2:0 to NV12.

@@ -33,8 +33,8 @@ struct CameraOptions {
     std::wstring dll;                       ///< empty: the registered class
 };
 
-/// The camera, activated in this process and read through the platform's source reader. The thread that makes it must have
-/// initialised COM and Media Foundation, and is the one that uses it.
+/// The camera, activated in this process and read through the platform's source reader. The thread that makes it must
+/// have initialised COM and Media Foundation, and is the one that uses it.
 class Camera {
 public:
     /// Activates the camera. Throws CameraError.
@@ -43,8 +43,8 @@ public:
     /// The geometry that the camera advertises.
     const FrameGeometry& Geometry() const noexcept { return m_geometry; }
 
-    /// Waits for the next sample; null when the reader reports something else than a sample. Throws CameraError when the
-    /// stream has ended or failed.
+    /// Waits for the next sample; null when the reader reports something else than a sample. Throws CameraError when
+    /// the stream has ended or failed.
     ComPtr<IMFSample> ReadSample();
 
 private:

@@ -23,8 +23,8 @@ struct HostOptions {
 };
 
 /// Activates the camera, pulls samples until the wanted length, the user or a failure ends it, and prints a summary on
-/// standard output. The samples are pulled on a thread of its own, so that a camera that delivers nothing holds up nobody;
-/// such a thread is left behind, and the process must then end without waiting for it.
+/// standard output. The samples are pulled on a thread of its own, so that a camera that delivers nothing holds up
+/// nobody; such a thread is left behind, and the process must then end without waiting for it.
 ExitCode RunHost(const HostOptions& options, const Interrupt& interrupt);
 
 }  // namespace ravlo

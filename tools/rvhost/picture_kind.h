@@ -17,8 +17,8 @@ enum class PictureKind : std::uint8_t {
 /// "live" or "pattern".
 const char* PictureKindWord(PictureKind kind) noexcept;
 
-/// How many bars to the left the grey ramp of the test pattern stands, 0..7; nothing when even one byte differs from the
-/// pattern. `nv12` is one packed frame of `geometry`, which must be at least 8 wide.
+/// How many bars to the left the grey ramp of the test pattern stands, 0..7; nothing when even one byte differs from
+/// the pattern. `nv12` is one packed frame of `geometry`, which must be at least 8 wide.
 std::optional<unsigned> FindPatternShift(std::span<const std::uint8_t> nv12, const FrameGeometry& geometry);
 
 /// Judges one packed NV12 frame.

@@ -8,9 +8,9 @@
 
 namespace ravlo {
 
-/// One line a sample: seconds since the start, arrival and sample time in units of 100 ns, live or pattern, and 1 or 0 for
-/// a time on or off the grid. The first line gives the wall clock at the start (ms since 1970, UTC), the second names the
-/// columns. One thread uses it.
+/// One line a sample: seconds since the start, arrival and sample time in units of 100 ns, live or pattern, and 1 or 0
+/// for a time on or off the grid. The first line gives the wall clock at the start (ms since 1970, UTC), the second
+/// names the columns. One thread uses it.
 class SampleCsv {
 public:
     /// `path` is UTF-8; IsOpen tells whether the file could be made.

@@ -7,8 +7,8 @@
 
 namespace ravlo {
 
-/// How long a camera with this frame duration may deliver nothing before it counts as failed: it shows at least its test
-/// pattern at its own pace, of which a few periods are allowed for. All in units of 100 ns.
+/// How long a camera with this frame duration may deliver nothing before it counts as failed: it shows at least its
+/// test pattern at its own pace, of which a few periods are allowed for. All in units of 100 ns.
 constexpr std::int64_t LongestSilenceAt(std::int64_t period) noexcept {
     return std::max(10 * kTicksPerSecond, 3 * period);
 }

@@ -16,8 +16,8 @@ struct SampleRecord {
     bool onGrid;
 };
 
-/// Counts samples and judges their times. The grid is the first sample's time plus whole periods; a time that is not on it,
-/// or not later than the one before, is a grid error. One thread uses it.
+/// Counts samples and judges their times. The grid is the first sample's time plus whole periods; a time that is not on
+/// it, or not later than the one before, is a grid error. One thread uses it.
 class SampleStatistics {
 public:
     /// `period` is the duration of one frame in units of 100 ns, at least 1.
@@ -33,8 +33,9 @@ public:
     /// Grid times between two samples for which no sample came.
     std::uint64_t SkippedPeriods() const noexcept { return m_skipped; }
 
-    /// Lateness in units of 100 ns below which `percent` of the samples stay. A sample's lateness is its arrival minus its
-    /// time, less the smallest such difference of all samples, so that a constant offset between the two does not count.
+    /// Lateness in units of 100 ns below which `percent` of the samples stay. A sample's lateness is its arrival minus
+    /// its time, less the smallest such difference of all samples, so that a constant offset between the two does not
+    /// count.
     std::int64_t Lateness(std::size_t percent) const;
 
 private:
