@@ -55,6 +55,7 @@ public:
     bool Publish(FrameView frame, std::uint64_t stamp) noexcept;
 
     /// True when a complete frame no older than `freshness` ms is there; `stamp` receives its tick. Any thread.
+    /// A look may see a frame an instant before it is published, and the next look the one before it.
     bool Peek(std::uint64_t now, std::uint64_t freshness, std::uint64_t& stamp) noexcept;
 
     /// Copies the newest frame. True when it was copied whole and untorn. Refuses a frame older than `freshness` ms,
