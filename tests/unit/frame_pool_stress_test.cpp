@@ -1,48 +1,120 @@
+#include "stream/frame_pool.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstring>
+#include <deque>
 #include <thread>
 #include <vector>
 
-#include "stream/frame_pool.h"
+#include "unit/checked_frame.h"
 
-// One writer and four readers at full speed. Every frame says of itself which one it is and whether it is whole: it
-// begins with its stamp, and all bytes behind that are the stamp's low byte.
+// One writer and four readers at full speed.
 namespace ravlo {
 namespace {
 
 constexpr FrameGeometry kGeometry{64, 32, 30, 1};
 constexpr std::uint64_t kFrameBytes = 64 * 48;
-constexpr auto kDuration = std::chrono::milliseconds(700);
-constexpr int kReaders = 4;
+constexpr auto kDuration = std::chrono::milliseconds(1000);
+/// How long a busy machine may take to do the least that counts.
+constexpr auto kPatience = std::chrono::seconds(20);
+constexpr std::uint64_t kLeastPublished = 200;
+constexpr std::uint64_t kLeastConsumed = 20;
+constexpr std::uint8_t kPadding = 0xEE;
+/// Two readers take frames as they are packed, two into wider rows.
+constexpr std::uint32_t kStrides[] = {64, 80, 64, 72};
 
-struct ReaderResult {
-    std::uint64_t consumed = 0;
-    std::uint64_t broken = 0;
-    std::uint64_t older = 0;  ///< frames older than the one that was promised
+/// How far the writer is.
+struct Progress {
+    std::atomic<std::uint64_t> begun{0};      ///< stamp of the frame that was last handed to the pool
+    std::atomic<std::uint64_t> published{0};  ///< stamp of the last frame that the pool took
+    std::atomic<bool> over{false};
 };
 
-ReaderResult ReadUntil(FramePool& pool, const std::atomic<bool>& stop) {
-    ReaderResult result;
-    std::vector<std::uint8_t> picture(kFrameBytes);
-    const CopyDescriptor copy = DescribeCopy(kGeometry, picture.data(), static_cast<std::uint32_t>(kFrameBytes), 64);
-    while (!stop.load()) {
+class Reader {
+public:
+    Reader(FramePool& pool, const Progress& progress, std::uint32_t stride)
+        : m_pool(pool), m_progress(progress), m_stride(stride), m_picture(std::size_t{stride} * 48, kPadding) {}
+
+    void Run() {
+        while (!m_progress.over.load()) {
+            Serve();
+        }
+    }
+
+    /// What a request for a sample does. True when it came back with a frame.
+    bool Serve() {
+        const std::uint64_t before = m_progress.published.load();
         std::uint64_t promised = 0;
         // A now of 0 makes every stamp one of the future, and so fresh.
-        if (!pool.Peek(0, 0, promised) || !pool.Consume(0, 0, promised, kFrameBytes, copy)) {
+        if (!m_pool.Peek(0, 0, promised)) {
+            return false;
+        }
+        older += promised < before ? 1U : 0U;
+        unknown += promised > m_progress.begun.load() ? 1U : 0U;
+        const CopyDescriptor copy =
+            DescribeCopy(kGeometry, m_picture.data(), static_cast<std::uint32_t>(m_picture.size()),
+                         static_cast<std::int32_t>(m_stride));
+        if (!m_pool.Consume(0, 0, promised, kFrameBytes, copy)) {
+            return false;
+        }
+        ++consumed;
+        last = CheckedFrame::NumberOf(m_picture.data());
+        older += last < promised ? 1U : 0U;
+        unknown += last > m_progress.begun.load() ? 1U : 0U;
+        broken += CheckedFrame::IsWhole(m_picture.data(), kGeometry, m_stride, kPadding, last) ? 0U : 1U;
+        return true;
+    }
+
+    std::atomic<std::uint64_t> consumed{0};
+    std::uint64_t broken = 0;   ///< frames that are not wholly one
+    std::uint64_t older = 0;    ///< frames older than promised, or than what was published before the call
+    std::uint64_t unknown = 0;  ///< frames that nobody began to publish
+    std::uint64_t last = 0;     ///< stamp of the last frame
+
+private:
+    FramePool& m_pool;
+    const Progress& m_progress;
+    const std::uint32_t m_stride;
+    std::vector<std::uint8_t> m_picture;
+};
+
+struct WriterResult {
+    std::uint64_t published = 0;
+    std::uint64_t refused = 0;
+};
+
+/// Publishes until the time is over and the readers had enough, and ends with a frame of full length.
+template <class Condition>
+WriterResult PublishUntil(FramePool& pool, Progress& progress, Condition haveReadersEnough) {
+    WriterResult result;
+    std::vector<std::uint8_t> frame(kFrameBytes + 8);
+    const auto begin = std::chrono::steady_clock::now();
+    bool ended = false;
+    for (std::uint64_t stamp = 1; !ended; ++stamp) {
+        if (stamp % 64 == 1) {
+            const auto elapsed = std::chrono::steady_clock::now() - begin;
+            const bool enough = result.published >= kLeastPublished && haveReadersEnough();
+            ended = elapsed >= kPatience || (elapsed >= kDuration && enough);
+        }
+        CheckedFrame::Fill(frame.data(), frame.size(), stamp);
+        progress.begun.store(stamp);
+        // Some are too large for the pool, and some too short for the readers, who must count and leave them.
+        const std::uint64_t length = stamp % 64 == 0   ? kFrameBytes + 8
+                                     : stamp % 16 == 0 ? kFrameBytes - 8
+                                                       : kFrameBytes;
+        if (!pool.Publish({frame.data(), length}, stamp)) {
+            ++result.refused;
             continue;
         }
-        ++result.consumed;
-        std::uint64_t stamp = 0;
-        std::memcpy(&stamp, picture.data(), sizeof stamp);
-        result.older += stamp < promised ? 1U : 0U;
-        const bool whole = std::all_of(picture.begin() + sizeof stamp, picture.end(),
-                                       [stamp](std::uint8_t b) { return b == static_cast<std::uint8_t>(stamp); });
-        result.broken += whole ? 0U : 1U;
+        ++result.published;
+        progress.published.store(stamp);
+        if (stamp % 8 == 3) {
+            std::this_thread::yield();
+        }
     }
     return result;
 }
@@ -50,42 +122,36 @@ ReaderResult ReadUntil(FramePool& pool, const std::atomic<bool>& stop) {
 TEST(FramePoolStress, NoReaderEverGetsATornFrameOrAnOlderOneThanItWasPromised) {
     FramePool pool;
     ASSERT_TRUE(pool.Allocate(kFrameBytes));
-    std::atomic<bool> stop{false};
-    std::vector<ReaderResult> results(kReaders);
-    std::vector<std::thread> readers;
-    for (ReaderResult& result : results) {
-        readers.emplace_back([&] { result = ReadUntil(pool, stop); });
+    Progress progress;
+    std::deque<Reader> readers;
+    for (const std::uint32_t stride : kStrides) {
+        readers.emplace_back(pool, progress, stride);
     }
-    std::uint64_t published = 0;
-    std::uint64_t refused = 0;
-    std::vector<std::uint8_t> frame(kFrameBytes + 1);
-    const auto end = std::chrono::steady_clock::now() + kDuration;
-    for (std::uint64_t stamp = 1; std::chrono::steady_clock::now() < end; ++stamp) {
-        std::fill(frame.begin(), frame.end(), static_cast<std::uint8_t>(stamp));
-        std::memcpy(frame.data(), &stamp, sizeof stamp);
-        if (stamp % 64 == 0) {
-            refused += pool.Publish({frame.data(), kFrameBytes + 1}, stamp) ? 0U : 1U;
-        } else {
-            // Some frames are a byte short: readers must count and leave them.
-            const std::uint64_t length = stamp % 16 == 0 ? kFrameBytes - 1 : kFrameBytes;
-            published += pool.Publish({frame.data(), length}, stamp) ? 1U : 0U;
-        }
-        if (stamp % 8 == 0) {
-            std::this_thread::yield();
-        }
+    std::vector<std::thread> threads;
+    for (Reader& reader : readers) {
+        threads.emplace_back([&reader] { reader.Run(); });
     }
-    stop.store(true);
-    std::uint64_t consumed = 0;
-    for (std::size_t i = 0; i < readers.size(); ++i) {
-        readers[i].join();
-        EXPECT_EQ(results[i].broken, 0U);
-        EXPECT_EQ(results[i].older, 0U);
-        consumed += results[i].consumed;
+    const WriterResult written = PublishUntil(pool, progress, [&readers] {
+        return std::all_of(readers.begin(), readers.end(),
+                           [](const Reader& reader) { return reader.consumed.load() >= kLeastConsumed; });
+    });
+    progress.over.store(true);
+    for (std::thread& thread : threads) {
+        thread.join();
     }
-    EXPECT_GT(published, 100U);
-    EXPECT_GT(consumed, 100U);
-    EXPECT_EQ(pool.RefusedPublishes(), static_cast<std::int32_t>(refused));
-    EXPECT_GT(refused, 0U);
+    for (Reader& reader : readers) {
+        EXPECT_EQ(reader.broken, 0U);
+        EXPECT_EQ(reader.older, 0U);
+        EXPECT_EQ(reader.unknown, 0U);
+        EXPECT_GE(reader.consumed.load(), kLeastConsumed);
+        ASSERT_TRUE(reader.Serve()) << "the writer is at rest";
+        EXPECT_EQ(reader.last, progress.published.load()) << "so this is its last frame";
+        EXPECT_EQ(reader.broken, 0U);
+    }
+    EXPECT_GE(written.published, kLeastPublished);
+    EXPECT_GT(written.refused, 0U);
+    EXPECT_EQ(pool.RefusedPublishes(), static_cast<std::int32_t>(written.refused));
+    RecordProperty("published", static_cast<int>(written.published));
     RecordProperty("torn", pool.TornReads());
     RecordProperty("wrongLength", pool.WrongLengthFrames());
 }
