@@ -12,6 +12,7 @@ packages=(
     libcli11-dev libstb-dev         # command lines and PNG files of the programs
     ffmpeg fonts-dejavu-core        # the demo's film
     clang-format clang-tidy gcovr
+    clang libclang-rt-dev           # the fuzzers
 )
 
 missing=()

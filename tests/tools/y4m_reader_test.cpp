@@ -133,6 +133,17 @@ TEST(Y4mReader, AMissingMarkerIsDamageAndNotAPicture) {
     }
 }
 
+TEST(Y4mReader, AHeaderThatBreaksOffIsRefusedEvenWhereItsRestCouldBeRead) {
+    const std::string header = "YUV4MPEG2 W4 H2 F30000:1001";
+    for (std::size_t size = std::string("YUV4MPEG2").size(); size <= header.size(); ++size) {
+        EXPECT_EQ(InputErrorOf([&] { Reader(header.substr(0, size)); }),
+                  "the Y4M header has no end: the input breaks off, or it is damaged")
+            << size;
+    }
+    EXPECT_EQ(InputErrorOf([&] { Reader(header + std::string(5000, ' ') + "\n"); }),
+              "the Y4M header has no end: the input breaks off, or it is damaged");
+}
+
 TEST(Y4mReader, AnInputWithoutALineFeedIsNotReadForEver) {
     EXPECT_NE(InputErrorOf([] { Reader(std::string(100'000, 'x')); }), "");
     EXPECT_NE(InputErrorOf([] { Reader("YUV4MPEG2 W4 H2 F25:1" + std::string(100'000, ' ')); }), "the input is empty");

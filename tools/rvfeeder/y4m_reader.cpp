@@ -158,7 +158,10 @@ std::string Y4mReader::ReadStreamLine() {
     if (line.empty()) {
         throw InputError("the input is empty");
     }
-    return line;  // no line feed: whatever this is, the parser says what is wrong with it
+    if (line.substr(0, kStreamMagic.size()) == kStreamMagic) {
+        throw InputError("the Y4M header has no end: the input breaks off, or it is damaged");
+    }
+    return line;  // whatever this is, the parser says so
 }
 
 bool Y4mReader::ReadPictureMarker() {
