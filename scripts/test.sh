@@ -32,6 +32,7 @@ gate "binary" tests/binary/check_dll.py --dll build/windows/bin/rvmediasource.dl
     --objects build/windows/src --version-file CMakeLists.txt
 gate "reproducible build" tests/binary/check_reproducible.sh
 gate "frame-pipe document" tests/docs/check_frame_pipe_md.py
+gate "security document" tests/docs/check_security_md.py
 gate "fuzz" scripts/fuzz.sh 1
 
 native_suite "unit (asan)" build/host-asan/bin/ravlo_unit_tests

@@ -40,6 +40,9 @@ IMPORTS = {
 
 # What none of our objects may call, whatever the runtime inside the DLL does.
 FORBIDDEN_CALLS = {
+    "what reaches into other processes, or loads a library by the search order": re.compile(
+        r"__imp_(LoadLibrary[AW]|OpenProcess|DuplicateHandle)$"
+    ),
     "a printf-family function": re.compile(r"printf|StringCch|StringCb"),
     "a thread of the C++ runtime": re.compile(r"pthread_create|St6thread|_beginthread"),
     "another function than the one to be watched": re.compile(

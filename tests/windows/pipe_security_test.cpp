@@ -1,13 +1,10 @@
-// Who may open the two pipes, who owns them, and with which arguments they are created.
+// Who may open the two pipes, who owns them, and how their access list is built.
 #include "pipe/pipe_security.h"
 
-#include <aclapi.h>
 #include <gtest/gtest.h>
-#include <sddl.h>
-
-#include <mutex>
 
 #include "pipe_objects.h"
+#include "security_descriptor.h"
 #include "support/fixtures.h"
 #include "support/import_hooks.h"
 #include "support/pipe_client.h"
@@ -15,64 +12,25 @@
 namespace ravlo::test {
 namespace {
 
-std::wstring TextOf(PSID sid) {
-    LPWSTR text = nullptr;
-    if (sid == nullptr || !ConvertSidToStringSidW(sid, &text)) {
-        return L"(none)";
-    }
-    const std::wstring result = text;
-    LocalFree(text);
-    return result;
-}
-
-/// One entry of an access list as "type flags rights sid".
-std::wstring TextOfAce(PACL acl, DWORD index) {
-    void* entry = nullptr;
-    if (!GetAce(acl, index, &entry)) {
-        return L"(no such entry)";
-    }
-    auto* const allowed = static_cast<ACCESS_ALLOWED_ACE*>(entry);
-    wchar_t text[32];
-    swprintf(text, 32, L"%u %u 0x%lX ", allowed->Header.AceType, allowed->Header.AceFlags, allowed->Mask);
-    return text + TextOf(&allowed->SidStart);
-}
-
-struct Security {
-    std::wstring owner;
-    std::vector<std::wstring> entries;
-};
-
-/// The security of an open pipe, read through either end.
-Security SecurityOf(HANDLE pipe) {
-    PSID owner = nullptr;
-    PACL acl = nullptr;
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    const DWORD error = GetSecurityInfo(pipe, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION,
-                                        &owner, nullptr, &acl, nullptr, &descriptor);
-    if (error != ERROR_SUCCESS || acl == nullptr) {
-        throw std::runtime_error("the pipe's security cannot be read, error " + std::to_string(error));
-    }
-    Security result{TextOf(owner), {}};
-    for (DWORD i = 0; i < acl->AceCount; ++i) {
-        result.entries.push_back(TextOfAce(acl, i));
-    }
-    LocalFree(descriptor);
-    return result;
-}
-
 constexpr wchar_t kStranger[] = L"S-1-5-21-111-222-333-1001";
 
-class PipeSecurityTest : public ModuleTest {};
+class PipeSecurityTest : public ModuleTest {
+protected:
+    /// The pipe as its client sees it.
+    static void ExpectAdmitsTheStranger(HANDLE client) {
+        const DescriptorFields seen = FieldsOfPipe(client);
+        EXPECT_EQ(CurrentUserSid(), seen.owner);
+        EXPECT_EQ((std::vector<std::wstring>{std::wstring(L"0 0 0x12019F ") + kStranger, L"0 0 0x1F01FF S-1-5-18"}),
+                  seen.entries);
+    }
+};
 
 TEST_F(PipeSecurityTest, TheFramePipeAdmitsTheAnchorsUserAndLocalSystemAndNobodyElse) {
     m_anchor.Set(kStranger);  // cannot be resolved, so it is told apart from the owner
     Camera camera(m_module);
     PipeClient client;
     ASSERT_TRUE(client.Connect(camera.PipeName())) << m_log.Text();
-    const Security security = SecurityOf(client.Handle());
-    EXPECT_EQ(CurrentUserSid(), security.owner);
-    EXPECT_EQ((std::vector<std::wstring>{std::wstring(L"0 0 0x12019F ") + kStranger, L"0 0 0x1F01FF S-1-5-18"}),
-              security.entries);
+    ExpectAdmitsTheStranger(client.Handle());
 }
 
 TEST_F(PipeSecurityTest, TheGatePipeAdmitsTheSame) {
@@ -80,87 +38,78 @@ TEST_F(PipeSecurityTest, TheGatePipeAdmitsTheSame) {
     Camera camera(m_module);
     GateClient client;
     ASSERT_TRUE(client.Connect(camera.PipeName())) << m_log.Text();
-    const Security security = SecurityOf(client.Handle());
-    EXPECT_EQ(CurrentUserSid(), security.owner);
-    EXPECT_EQ((std::vector<std::wstring>{std::wstring(L"0 0 0x12019F ") + kStranger, L"0 0 0x1F01FF S-1-5-18"}),
-              security.entries);
+    ExpectAdmitsTheStranger(client.Handle());
 }
 
-/// What the security attributes of a creation said while they were there to be read.
-struct CreationSecurity {
-    std::wstring name;
-    DWORD length = 0;
-    BOOL inheritable = TRUE;
-    SECURITY_DESCRIPTOR_CONTROL control = 0;
-    DWORD revision = 0;
-    std::wstring owner;
-    std::vector<std::wstring> entries;
-};
-
-CreationSecurity Describe(LPCWSTR name, const SECURITY_ATTRIBUTES* attributes) {
-    CreationSecurity seen{name, 0, TRUE, 0, 0, L"", {}};
-    if (attributes == nullptr) {
-        return seen;
-    }
-    seen.length = attributes->nLength;
-    seen.inheritable = attributes->bInheritHandle;
-    GetSecurityDescriptorControl(attributes->lpSecurityDescriptor, &seen.control, &seen.revision);
+/// Everything that the user of this process, a member of Administrators, would be allowed by the security of an open
+/// object; 0 when that is nothing. The system's own judgement, which it does not apply to pipes everywhere.
+DWORD AllowedToThisUser(HANDLE object) {
     PSID owner = nullptr;
-    BOOL defaulted = FALSE;
-    GetSecurityDescriptorOwner(attributes->lpSecurityDescriptor, &owner, &defaulted);
-    seen.owner = TextOf(owner);
-    BOOL present = FALSE;
-    PACL acl = nullptr;
-    GetSecurityDescriptorDacl(attributes->lpSecurityDescriptor, &present, &acl, &defaulted);
-    for (DWORD i = 0; acl != nullptr && i < acl->AceCount; ++i) {
-        seen.entries.push_back(TextOfAce(acl, i));
+    PACL dacl = nullptr;
+    PSECURITY_DESCRIPTOR read = nullptr;
+    if (GetSecurityInfo(object, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &owner,
+                        nullptr, &dacl, nullptr, &read) != ERROR_SUCCESS) {
+        throw std::runtime_error("the pipe's security cannot be read");
     }
-    return seen;
+    // A judgement needs a group as well, which decides nothing.
+    SECURITY_DESCRIPTOR judged{};
+    InitializeSecurityDescriptor(&judged, SECURITY_DESCRIPTOR_REVISION);
+    SetSecurityDescriptorOwner(&judged, owner, FALSE);
+    SetSecurityDescriptorGroup(&judged, owner, FALSE);
+    SetSecurityDescriptorDacl(&judged, TRUE, dacl, FALSE);
+    HANDLE process = nullptr;
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY | TOKEN_DUPLICATE, &process) ||
+        !DuplicateToken(process, SecurityIdentification, &token)) {
+        throw std::runtime_error("no token to judge");
+    }
+    GENERIC_MAPPING mapping{FILE_GENERIC_READ, FILE_GENERIC_WRITE, FILE_GENERIC_EXECUTE, FILE_ALL_ACCESS};
+    PRIVILEGE_SET privileges{};
+    DWORD size = sizeof privileges;
+    DWORD granted = 0;
+    BOOL allowed = FALSE;
+    const BOOL judgedAtAll =
+        AccessCheck(&judged, token, MAXIMUM_ALLOWED, &mapping, &privileges, &size, &granted, &allowed);
+    const DWORD error = GetLastError();
+    CloseHandle(token);
+    CloseHandle(process);
+    LocalFree(read);
+    if (!judgedAtAll) {
+        throw std::runtime_error("the access cannot be judged, error " + std::to_string(error));
+    }
+    return allowed ? granted : 0;
 }
 
-TEST_F(PipeSecurityTest, BothPipesAreCreatedWithExactlyTheseArguments) {
-    using PipeHook = RAVLO_HOOK(CreateNamedPipeW);
-    PipeHook pipes(m_module.Handle());
-    std::mutex lock;
-    std::vector<CreationSecurity> seen;
-    pipes.Replace([&](LPCWSTR name, DWORD openMode, DWORD pipeMode, DWORD instances, DWORD out, DWORD in, DWORD timeout,
-                      LPSECURITY_ATTRIBUTES attributes) -> HANDLE {
-        {
-            const std::lock_guard<std::mutex> guard(lock);
-            seen.push_back(Describe(name, attributes));
-        }
-        return PipeHook::CallOriginal(name, openMode, pipeMode, instances, out, in, timeout, attributes);
+TEST_F(PipeSecurityTest, AnAdministratorIsAdmittedToNeitherPipeUnlessTheAnchorNamesHim) {
+    // To an owner the system allows besides what concerns the descriptor itself; how much of it is the system's matter.
+    constexpr DWORD kDataRights = 0x0000FFFF;
+    struct Row {
+        std::wstring host;
+        std::wstring anchor;
+        DWORD looked;
+        DWORD allowed;
+    };
+    const Row rows[] = {{L"S-1-5-19", kStranger, 0xFFFFFFFF, 0},
+                        {L"S-1-5-19", CurrentUserSid(), 0xFFFFFFFF, 0x12019F},
+                        {CurrentUserSid(), kStranger, kDataRights, 0},
+                        {CurrentUserSid(), CurrentUserSid(), kDataRights, 0x019F}};
+    TokenHook tokens(m_module.Handle());
+    using WaitHook = RAVLO_HOOK(WaitForSingleObject);
+    WaitHook waits(m_module.Handle());
+    waits.Replace([](HANDLE handle, DWORD timeout) -> DWORD {
+        return WaitHook::CallOriginal(handle, timeout == 500 ? 10 : timeout);
     });
-    const std::wstring name = UniquePipeName();
-    {
-        Camera camera(m_module, {.pipeName = name});
-        ASSERT_TRUE(m_log.WaitForLine("GATE serving ")) << m_log.Text();
-    }
-    const auto calls = pipes.Calls();
-    ASSERT_EQ(2u, calls.size());
-    EXPECT_EQ(name, std::get<0>(calls[0]));
-    EXPECT_EQ(0x40080001u, std::get<1>(calls[0]));
-    EXPECT_EQ(0u, std::get<2>(calls[0]));
-    EXPECT_EQ(1u, std::get<3>(calls[0]));
-    EXPECT_EQ(1048576u, std::get<4>(calls[0]));
-    EXPECT_EQ(1048576u, std::get<5>(calls[0]));
-    EXPECT_EQ(0u, std::get<6>(calls[0]));
-    EXPECT_EQ(name + L".gate", std::get<0>(calls[1]));
-    EXPECT_EQ(0x40080002u, std::get<1>(calls[1]));
-    EXPECT_EQ(4u, std::get<2>(calls[1]));
-    EXPECT_EQ(1u, std::get<3>(calls[1]));
-    EXPECT_EQ(4096u, std::get<4>(calls[1]));
-    EXPECT_EQ(0u, std::get<5>(calls[1]));
-    EXPECT_EQ(0u, std::get<6>(calls[1]));
-    ASSERT_EQ(2u, seen.size());
-    for (const CreationSecurity& security : seen) {
-        EXPECT_EQ(24u, security.length) << security.name;
-        EXPECT_EQ(FALSE, security.inheritable) << security.name;
-        EXPECT_EQ(1u, security.revision) << security.name;
-        EXPECT_EQ(SE_DACL_PRESENT, security.control) << "present, and neither list nor owner defaulted";
-        EXPECT_EQ(CurrentUserSid(), security.owner) << security.name;
-        EXPECT_EQ((std::vector<std::wstring>{L"0 0 0x12019F " + CurrentUserSid(), L"0 0 0x1F01FF S-1-5-18"}),
-                  security.entries);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(Narrow(row.host + L" serves " + row.anchor));
+        m_anchor.Set(row.anchor);
+        PretendToRunAs(tokens, row.host);
+        const Camera camera(m_module);
+        PipeClient frames;
+        ASSERT_TRUE(frames.Connect(camera.PipeName())) << m_log.Text();
+        EXPECT_EQ(row.allowed, AllowedToThisUser(frames.Handle()) & row.looked);
+        GateClient gate;
+        ASSERT_TRUE(gate.Connect(camera.PipeName())) << m_log.Text();
+        EXPECT_EQ(row.allowed, AllowedToThisUser(gate.Handle()) & row.looked);
     }
 }
 
