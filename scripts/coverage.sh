@@ -16,7 +16,7 @@ suites_begin ""
 trap wine_close_if_open EXIT
 build_preset windows-coverage || suites_abort
 find build/windows-coverage -name '*.gcda' -delete
-windows_suites windows-coverage
+windows_suites windows-coverage windows tools
 
 mkdir -p build/coverage
 gcovr --gcov-executable x86_64-w64-mingw32-gcov-posix --root . --filter src/ --exclude-throw-branches \

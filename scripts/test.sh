@@ -40,6 +40,6 @@ native_suite "unit (tsan)" build/host-tsan/bin/ravlo_unit_tests
 native_suite "tools (asan)" build/host-asan/bin/ravlo_tool_tests
 native_suite "tools (tsan)" build/host-tsan/bin/ravlo_tool_tests
 
-windows_suites windows
+windows_suites windows windows tools soak
 
 suites_end

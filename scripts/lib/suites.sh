@@ -65,19 +65,21 @@ wine_suite() {
     run_suite "$1" --timeout "${RAVLO_SUITE_TIMEOUT:-120}" --wine -- "$wine_loader" "$2"
 }
 
-# windows_suites PRESET: the portable tests under Wine, then every Windows test program, one after the other: they share
-# pipe names, registry keys and the log.
+# windows_suites PRESET FOLDER...: the portable tests under Wine, then every Windows test program of these folders of
+# tests/, one after the other: they share pipe names, registry keys and the log.
 windows_suites() {
-    local bin=build/$1/bin file stem
+    local bin=build/$1/bin folder file stem
     suites_wine_open=1
     if ! wine_open test --standin "build/$1/standin/mfsensorgroup.dll" --append-log "$root/build/$1/standin/append_log.so"; then
         echo "the Wine prefix $WINEPREFIX cannot be made"
         suites_abort
     fi
     wine_suite "unit (wine)" "$bin/ravlo_unit_tests.exe"
-    for file in tests/windows/*_test.cpp tests/tools/*_test.cpp; do
-        stem=$(basename "$file" .cpp)
-        wine_suite "$stem" "$bin/ravlo_$stem.exe"
+    for folder in "${@:2}"; do
+        for file in "tests/$folder"/*_test.cpp; do
+            stem=$(basename "$file" .cpp)
+            wine_suite "$stem" "$bin/ravlo_$stem.exe"
+        done
     done
     wine_close_if_open
 }
