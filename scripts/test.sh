@@ -41,5 +41,6 @@ native_suite "tools (asan)" build/host-asan/bin/ravlo_tool_tests
 native_suite "tools (tsan)" build/host-tsan/bin/ravlo_tool_tests
 
 windows_suites windows windows tools soak
+gate "fault sweep" scripts/sweep.sh --quick
 
 suites_end
