@@ -3,12 +3,12 @@
 #
 # usage: scripts/fuzz.sh [--seed N] MINUTES [TARGET...]
 #
-# MINUTES is the time for all targets together, fractions allowed; each gets its share, but at least two seconds, and two
-# run side by side. TARGET is what stands before _fuzzer.cpp in tests/fuzz/; all of them by default. --seed repeats the
-# run that printed N, as far as the time goes.
+# MINUTES is the time for all targets together, fractions allowed; each gets its share, but at least two seconds, and
+# two run side by side. TARGET is what stands before _fuzzer.cpp in tests/fuzz/; all of them by default. --seed repeats
+# the run that printed N, as far as the time goes.
 #
-# build/fuzz/TARGET/ keeps the log, findings/ (what broke a property, hung or crashed; never emptied) and corpus/ (inputs
-# that reached something new; emptied by every run). Exit code: 0 no finding, 1 a finding, 2 wrong usage.
+# build/fuzz/TARGET/ keeps the log, findings/ (what broke a property, hung or crashed; never emptied) and corpus/
+# (inputs that reached something new; emptied by every run). Exit code: 0 no finding, 1 a finding, 2 wrong usage.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 source "$root/scripts/lib/build.sh"
@@ -61,7 +61,8 @@ started=$SECONDS
 build_preset host-fuzz ravlo_fuzzers || exit 1
 echo "built host-fuzz in $((SECONDS - started)) s"
 
-# Equal addresses make a run repeatable, and AddressSanitizer wants a part of them that much randomisation may give away.
+# Equal addresses make a run repeatable, and AddressSanitizer wants a part of them that much randomisation may give
+# away.
 fixed_addresses=()
 if setarch "$(uname -m)" -R true 2>/dev/null; then fixed_addresses=(setarch "$(uname -m)" -R); fi
 # Freed memory is kept out of use for as long as a run of one input needs; more only costs memory.

@@ -7,6 +7,7 @@
 #include "support/pipe_client.h"
 #include "support/watchdog.h"
 
+#include "soak/seeded_run.h"
 #include "soak/camera_life.h"
 #include "soak/waiting_clients.h"
 #include "soak/process_state.h"
@@ -22,8 +23,8 @@ constexpr DWORD kFramePatienceMs = 2000;
 /// One camera's slots take 24 MiB, so that not even one of them may be left.
 constexpr std::size_t kCommitSlackBytes = 16U << 20;
 /// In all heaps together, whoever took them. Some platforms keep a block for each event that they hand to a callback,
-/// about one in four lives; a block a life is far more. Only while the platform stays started: its starts leave blocks of
-/// their own.
+/// about one in four lives; a block a life is far more. Only while the platform stays started: its starts leave blocks
+/// of their own.
 constexpr std::size_t HeapSlackBlocks(unsigned long lives) {
     return 40 + lives / 3;
 }

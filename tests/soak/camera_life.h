@@ -1,7 +1,7 @@
 // One life of a camera, as chance has it.
 #pragma once
 
-#include "soak/process_state.h"
+#include "soak/seeded_run.h"
 
 #include <cstdint>
 #include <sstream>

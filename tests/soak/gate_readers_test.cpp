@@ -1,4 +1,5 @@
 // Readers of demand records that do everything but read them, beside a camera that must not notice.
+#include "soak/seeded_run.h"
 #include "soak/complaints.h"
 #include "soak/holdings.h"
 #include "soak/judged_camera.h"
@@ -20,7 +21,8 @@
 namespace ravlo::test {
 namespace {
 
-/// A lock of the watch over the tests makes a handle when two threads first meet at it. A leak would come once a reader.
+/// A lock of the watch over the tests makes a handle when two threads first meet at it. A leak would come once a
+/// reader.
 constexpr std::size_t kHandleSlack = 2;
 
 /// The gate's clock and its pauses fifty times as fast, so that what would need minutes takes a second. Nothing else of
@@ -37,12 +39,14 @@ public:
     /// Waits until the gate's thread has made `count` more passes.
     static bool WaitForPasses(unsigned count) {
         const unsigned wanted = s_passes + count;
-        return WaitUntil([&] { return s_passes >= wanted; });
+        return WaitUntil([&] { return s_passes >= wanted; }, kPassesPatienceMs);
     }
 
 private:
     static constexpr unsigned kHurry = 50;
     static constexpr DWORD kPauseMs = 500;
+    /// Two hundred passes take two seconds on an idle machine.
+    static constexpr DWORD kPassesPatienceMs = 30'000;
 
     static DWORD WINAPI Wait(HANDLE handle, DWORD timeoutMs) {
         if (timeoutMs != kPauseMs) {

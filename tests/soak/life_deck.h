@@ -1,7 +1,7 @@
 // The kinds of producer lives and the order in which they come.
 #pragma once
 
-#include "soak/process_state.h"
+#include "soak/seeded_run.h"
 
 #include <cstddef>
 #include <iterator>

@@ -8,6 +8,7 @@
 #include "support/pipe_client.h"
 #include "support/watchdog.h"
 
+#include "soak/seeded_run.h"
 #include "soak/process_state.h"
 
 #include <cstdio>

@@ -13,51 +13,14 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <functional>
 #include <initializer_list>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace ravlo::test {
-
-/// A number from the environment; `otherwise` when it is not set or is no number.
-inline unsigned long NumberFromEnvironment(const char* name, unsigned long otherwise) {
-    const char* const text = std::getenv(name);
-    char* end = nullptr;
-    const unsigned long number = text ? std::strtoul(text, &end, 10) : 0;
-    return text && end != text && *end == '\0' ? number : otherwise;
-}
-
-/// Choices that a seed repeats. The distributions of the standard library differ between libraries; this does not.
-class Choices {
-public:
-    explicit Choices(unsigned long seed) : m_engine(static_cast<std::uint32_t>(seed)) {}
-    /// 0 .. count-1.
-    unsigned Below(unsigned count) { return static_cast<unsigned>(m_engine() % count); }
-    /// True once in `outOf` times.
-    bool Once(unsigned outOf) { return Below(outOf) == 0; }
-    /// A random order of these.
-    template <class T>
-    void Shuffle(std::vector<T>& items) {
-        for (std::size_t i = items.size(); i > 1; --i) {
-            std::swap(items[i - 1], items[Below(static_cast<unsigned>(i))]);
-        }
-    }
-
-private:
-    std::mt19937 m_engine;
-};
-
-/// The seed of this run: RAVLO_SEED, or a fresh one.
-inline unsigned long SeedOfThisRun() {
-    LARGE_INTEGER ticks{};
-    QueryPerformanceCounter(&ticks);
-    return NumberFromEnvironment("RAVLO_SEED", (ticks.LowPart ^ GetCurrentProcessId() * 2654435761U) & 0x7FFFFFFF);
-}
 
 /// A thread without the C++ runtime's own: the locks of that one open a handle for good when they are first contended,
 /// which nobody who counts handles can tell from a leak.

@@ -1,6 +1,7 @@
 // One camera after the other through a random sequence of producer lives, while a consumer pulls all the time.
 //
 // RAVLO_LIVES sets how many (60), RAVLO_SEED repeats a run; the seed of a run is printed.
+#include "soak/seeded_run.h"
 #include "soak/complaints.h"
 #include "soak/holdings.h"
 #include "soak/judged_camera.h"
@@ -8,7 +9,6 @@
 #include "soak/life_deck.h"
 #include "soak/life_table.h"
 #include "soak/listen_watch.h"
-#include "soak/process_state.h"
 #include "soak/producer_player.h"
 #include "soak/sent_frames.h"
 #include "soak/stall_meter.h"

@@ -1,8 +1,8 @@
 // The single things that producers do to the camera's frame pipe, good and bad.
 #pragma once
 
+#include "soak/seeded_run.h"
 #include "soak/complaints.h"
-#include "soak/process_state.h"
 #include "soak/sample_judge.h"
 #include "soak/sent_frames.h"
 #include "soak/stall_meter.h"

@@ -2,6 +2,7 @@
 // deadlock, no crash, no answer and no event that the state table does not allow, and nothing left behind.
 #include "soak/episode.h"
 #include "soak/jitter.h"
+#include "soak/seeded_run.h"
 #include "support/fixtures.h"
 #include "support/handles.h"
 #include "support/heap_faults.h"
@@ -9,7 +10,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <random>
 
 namespace ravlo::test {
@@ -24,11 +24,6 @@ constexpr std::uint64_t kPatience = 3;
 constexpr unsigned kWarmUpEpisodes = 12;
 /// Handles that the platform opens for itself now and then; a leak of one per episode passes any bound soon.
 constexpr std::size_t kHandleSlack = 6;
-
-std::uint64_t NumberFromEnvironment(const char* name, std::uint64_t otherwise) {
-    const char* const text = std::getenv(name);
-    return text != nullptr && *text != '\0' ? std::strtoull(text, nullptr, 10) : otherwise;
-}
 
 /// Where the module's lines go: nowhere, or into a file of this program's own, which is emptied after each episode.
 /// The log itself would grow by megabytes a second.
@@ -176,8 +171,8 @@ protected:
 };
 
 TEST_F(RandomCalls, EveryAnswerFitsTheStatesAndEveryEventItsCall) {
-    const std::uint64_t seed =
-        NumberFromEnvironment("RAVLO_SEED", std::uint64_t{std::random_device{}()} << 16 ^ GetTickCount64());
+    const std::uint64_t seed = NumberFromEnvironment<std::uint64_t>(
+        "RAVLO_SEED", std::uint64_t{std::random_device{}()} << 16 ^ GetTickCount64());
     const std::uint64_t seconds = NumberFromEnvironment("RAVLO_SECONDS", kDefaultSeconds);
     std::printf("RAVLO_SEED=%llu RAVLO_SECONDS=%llu\n", static_cast<unsigned long long>(seed),
                 static_cast<unsigned long long>(seconds));

@@ -23,9 +23,9 @@ inline double NowMs() {
     return 1000.0 * static_cast<double>(counter.QuadPart) / static_cast<double>(frequency.QuadPart);
 }
 
-/// A thread that sleeps a few milliseconds at a time, then makes about as many system calls as a sample costs, the writing
-/// of its lines in the log included, and notes by how much all that took too long. A machine that is too busy for it is too busy for the camera as well, and a delay
-/// of that size shows no defect.
+/// A thread that sleeps a few milliseconds at a time, then makes about as many system calls as a sample costs, the
+/// writing of its lines in the log included, and notes by how much all that took too long. A machine that is too busy
+/// for it is too busy for the camera as well, and a delay of that size shows no defect.
 class StallMeter {
 public:
     StallMeter()

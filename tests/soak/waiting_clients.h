@@ -48,8 +48,8 @@ private:
 };
 
 /// Shortens what a life only waits for: the reader's look at its stop event while it listens, and the gate thread's
-/// period, for which that thread alone gets a clock that is as much faster. Both are recognised by their length. Now and
-/// then the gate thread takes its time to end once it is told to.
+/// period, for which that thread alone gets a clock that is as much faster. Both are recognised by their length. Now
+/// and then the gate thread takes its time to end once it is told to.
 class ShortWaits {
 public:
     explicit ShortWaits(HMODULE module)

@@ -1,5 +1,5 @@
-// A camera whose threads stand still inside calls to the platform, for the tests of what its teardown then leaves alone.
-// What is abandoned stays for the life of the process: these stages live in child processes.
+// A camera whose threads stand still inside calls to the platform, for the tests of what its teardown then leaves
+// alone. What is abandoned stays for the life of the process: these stages live in child processes.
 #pragma once
 
 #include "pipe_objects.h"

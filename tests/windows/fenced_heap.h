@@ -16,8 +16,8 @@
 namespace ravlo::test {
 
 /// Gives every block that a module takes pages of its own, ending where the block ends, and takes these pages away when
-/// it is freed; their addresses are never used again. Remembers who freed what. Hooks go with the import table: make one
-/// for a LoadHooks before the module is loaded. One a process, never destroyed: blocks outlive any scope.
+/// it is freed; their addresses are never used again. Remembers who freed what. Its hooks go with the import table, so
+/// Watch comes before the module is loaded. One a process, never destroyed: blocks outlive any scope.
 class FencedHeap {
 public:
     struct Block {

@@ -77,8 +77,8 @@ TEST_F(SecurityRefusals, NoPipeIsMadeForAWellKnownGroup) {
 TEST_F(SecurityRefusals, NoPipeIsMadeForAnyBuiltinAlias) {
     // Administrators, Users, Guests, Power Users, the operators of accounts, servers, printers and backups, Replicator.
     std::vector<int> rids = {544, 545, 546, 547, 548, 549, 550, 551, 552};
-    // Remote access servers, pre-2000 access, remote desktop, network configuration, forest trusts, performance monitors
-    // and logs, authorization access, terminal licences, distributed COM, internet services, cryptography.
+    // Remote access servers, pre-2000 access, remote desktop, network configuration, forest trusts, performance
+    // monitors and logs, authorization access, terminal licences, distributed COM, internet services, cryptography.
     rids.insert(rids.end(), {553, 554, 555, 556, 557, 558, 559, 560, 561, 562, 568, 569});
     // Event log readers, certificate access, remote desktop's three, Hyper-V, access control assistance, remote
     // management, default accounts, storage replicas, device owners, hardware operators, secure shell.
