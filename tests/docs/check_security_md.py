@@ -13,7 +13,8 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 CHECKS_HEADER = "| check | where | defends against | proven by |"
-FAILURES_HEADER = "| failure | effect | line | tried again |"
+FAILURES_HEADER = "| failure | effect | line | tried again | proven by |"
+PARTIES_HEADER = "| party | may | must never be able to | proven by |"
 
 TEST_NAME = re.compile(r"[A-Z]\w*\.[A-Z]\w*")
 FILE_NAME = re.compile(r"(?:src|tests|tools|include|docs|scripts)/[\w./-]+")
@@ -111,7 +112,12 @@ def main():
     report.expect(failures, "the table of failures")
     for cells in checks or []:
         check_row(report, root, cells)
-    quotations = [line for cells in failures or [] if len(cells) == 4 for line in quoted(cells[2])]
+    parties = rows_of(text, PARTIES_HEADER)
+    report.expect(parties, "the table of parties")
+    for cells, columns in [(row, 5) for row in failures or []] + [(row, 4) for row in parties or []]:
+        report.expect(len(cells) == columns, f"{columns} cells in the row of '{cells[0]}'")
+        report.expect(any(TEST_NAME.fullmatch(name) for name in quoted(cells[-1])), f"a test behind '{cells[0]}'")
+    quotations = [line for cells in failures or [] if len(cells) == 5 for line in quoted(cells[2])]
     report.expect(quotations, "log lines in the table of failures")
     for line in quotations:
         report.expect(line in lines, f"the log line '{line}'")
