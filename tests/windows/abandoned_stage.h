@@ -57,7 +57,8 @@ public:
             if (!m_connected && producer.Connect(name, 0)) {
                 m_connected = true;
             }
-            if (m_connected && needsBytes && !m_fed && log.Contains("PIPE client connected")) {
+            // A read that finds its bytes there need not ask for a result.
+            if (m_connected && needsBytes && !m_fed && m_readIssued) {
                 m_fed = producer.SendHeader(HeaderFor(64, 36, 1));
             }
             if (!m_gateConnected && m_gatePlace == "WriteFile") {
@@ -166,7 +167,12 @@ private:
         Stop(m_lookups, "LookupAccountSidW");
         Stop(m_keys, "RegOpenKeyExW");
         Stop(m_connects, "ConnectNamedPipe");
-        Stop(m_reads, "ReadFile");
+        m_reads.Replace([this](HANDLE file, LPVOID data, DWORD bytes, LPDWORD read, LPOVERLAPPED operation) {
+            PassBy("ReadFile");
+            const BOOL done = Reads::CallOriginal(file, data, bytes, read, operation);
+            m_readIssued = true;
+            return done;
+        });
         Stop(m_results, "GetOverlappedResult");
         Stop(m_files, "CreateFileW");
         m_waits.Replace([this](HANDLE object, DWORD timeout) {
@@ -235,6 +241,12 @@ private:
         return m_loading;
     }
 
+    using Lookups = RAVLO_HOOK(LookupAccountSidW);
+    using KeyOpenings = RAVLO_HOOK(RegOpenKeyExW);
+    using Listens = RAVLO_HOOK(ConnectNamedPipe);
+    using Reads = RAVLO_HOOK(ReadFile);
+    using Results = RAVLO_HOOK(GetOverlappedResult);
+    using FileOpenings = RAVLO_HOOK(CreateFileW);
     using Waits = RAVLO_HOOK(WaitForSingleObject);
     using Writes = RAVLO_HOOK(WriteFile);
     using Joins = RAVLO_HOOK(WaitForMultipleObjects);
@@ -254,6 +266,7 @@ private:
     std::atomic<int> m_stuck{0};
     std::atomic<bool> m_readerStopped{false};
     std::atomic<bool> m_gateStopped{false};
+    std::atomic<bool> m_readIssued{false};
     std::array<std::atomic<DWORD>, 2> m_threadIds{};  ///< reader, gate
     std::array<HANDLE, 2> m_threads{};
     std::size_t m_started = 0;
@@ -268,12 +281,12 @@ private:
     bool m_gateConnected = false;
 
     LoadHooks m_loading;
-    RAVLO_HOOK(LookupAccountSidW) m_lookups{m_loading};
-    RAVLO_HOOK(RegOpenKeyExW) m_keys{m_loading};
-    RAVLO_HOOK(ConnectNamedPipe) m_connects{m_loading};
-    RAVLO_HOOK(ReadFile) m_reads{m_loading};
-    RAVLO_HOOK(GetOverlappedResult) m_results{m_loading};
-    RAVLO_HOOK(CreateFileW) m_files{m_loading};
+    Lookups m_lookups{m_loading};
+    KeyOpenings m_keys{m_loading};
+    Listens m_connects{m_loading};
+    Reads m_reads{m_loading};
+    Results m_results{m_loading};
+    FileOpenings m_files{m_loading};
     Waits m_waits{m_loading};
     Writes m_writes{m_loading};
     Joins m_joins{m_loading};

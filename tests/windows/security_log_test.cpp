@@ -128,15 +128,6 @@ TEST_F(SecurityLog, ABadAnchorMakesNobodyAnOwner) {
     ExpectRefusedAtBothPlaces({{.owner = kStrangerSid}, "REFUSED-FOREIGN-OWNER/gateerr=2"});
 }
 
-TEST_F(SecurityLog, AnAnchorWithHalfACharacterMoreIsNotTheUserWithoutIt) {
-    const std::wstring text = std::wstring(kStrangerSid) + L'A';
-    m_anchor.SetRaw(REG_SZ, std::as_bytes(std::span(text.c_str(), text.size())).first(text.size() * 2 - 1));
-    const std::string report = ReportOf({{.owner = kStrangerSid}}, {}, m_moduleLog);
-    EXPECT_NE(std::string::npos, report.find(" cand1=C:\\ProgramData\\Ravlo gate=REFUSED-FOREIGN-OWNER/gateerr="))
-        << report;
-    EXPECT_EQ("", m_disk.TextOf(kProgramDataLog));
-}
-
 TEST_F(SecurityLog, AnExpandableAnchorIsExpandedForTheLogAndRefusedForThePipes) {
     const std::wstring text = L"%RAVLO_TEST_SID%";
     ASSERT_TRUE(SetEnvironmentVariableW(L"RAVLO_TEST_SID", kStrangerSid));
