@@ -9,10 +9,11 @@ usage: scripts/sweep.sh [OPTION...]
 
 Every call of rvmediasource.dll that can fail fails once at every place from which it is made, and from then on, and in
 every other way in which the platform fails it; without --quick also at every occurrence within the camera's life. The
-output is a table, then what is left out and why, then every failure in full. Exit code 0 when all was survived.
+output is a table, then what is left out and why, then the places in the code that no play comes to and why, then every
+failure in full. Exit code 0 when all was survived and every place is accounted for.
 
   --quick      every place once with its likeliest failure; and once from then on, as far as the budget allows
-  --budget S   seconds for --quick, counted from the first play (default 75)
+  --budget S   seconds for --quick, counted from its start; every place is played anyway (default 50)
   --jobs N     processes that play at the same time (default: one a processor)
   --site N     only this place, by its number in the list; may be repeated
   --call NAME  only calls whose name contains NAME

@@ -6,7 +6,7 @@ import subprocess
 
 IMAGE_BASE = 0x180000000
 ADDR2LINE = "x86_64-w64-mingw32-addr2line"
-KIND_WIN32 = 1  # as the program of the sweep numbers the kinds of codes
+KIND_NONE, KIND_WIN32 = 0, 1  # as the program of the sweep numbers the kinds of codes
 
 Rule = collections.namedtuple("Rule", "call function role effects line reason")
 
@@ -26,11 +26,16 @@ class Site:
     def __str__(self):
         return f"site {self.number} ({self.role}: {self.call} at {self.place})"
 
+    def callers(self, function):
+        """The functions that a rule's function may name."""
+        functions = self.functions or [""]
+        return functions[:1] if function.startswith(">") else functions
+
     def takes(self, rule, code):
         return (
             rule.role in ("*", self.role)
             and any(re.fullmatch(rule.call, call) for call in (self.call, f"{self.call}:{code}"))
-            and any(re.search(rule.function, name) for name in self.functions or [""])
+            and any(re.search(rule.function.lstrip(">"), name) for name in self.callers(rule.function))
         )
 
 
@@ -42,7 +47,8 @@ class Rules:
         self.used = set()
         for line in path.read_text(encoding="utf-8").splitlines():
             if line.strip() and not line.startswith("#"):
-                call, function, role, effects, text, reason = (part.strip() for part in re.split(r"(?<!\|) \|(?!\|)", line, maxsplit=5))
+                parts = (part.strip() for part in re.split(r"(?<!\|) \|(?!\|)", line, maxsplit=5))
+                call, function, role, effects, text, reason = parts
                 self.rules.append(Rule(call, function, role, tuple(effects.split()), text, reason))
 
     def find(self, site, effect, code=None):
@@ -56,11 +62,10 @@ class Rules:
         return [rule for rule in self.rules if rule not in self.used]
 
 
-def name_sites(sites, debug_file):
-    """Gives every site the functions of its stack and a file and line of the module's own code."""
-    offsets = sorted({frame for site in sites for frame in site.frames})
+def stacks_of(offsets, debug_file):
+    """What lies at each place that a call returns to: {offset: [(function, file and line), ...]}, innermost first."""
     # The call ends where it returns to: the byte before that is still part of it.
-    addresses = "\n".join(hex(IMAGE_BASE + offset - 1) for offset in offsets)
+    addresses = "\n".join(hex(IMAGE_BASE + offset - 1) for offset in sorted(set(offsets)))
     rows = subprocess.run(
         [ADDR2LINE, "-f", "-C", "-i", "-a", "-e", str(debug_file)],
         input=addresses, capture_output=True, text=True, check=True,
@@ -73,6 +78,12 @@ def name_sites(sites, debug_file):
         else:
             current.append((rows[index], rows[index + 1]))
             index += 2
+    return stacks
+
+
+def name_sites(sites, debug_file):
+    """Gives every site the functions of its stack and a file and line of the module's own code."""
+    stacks = stacks_of([frame for site in sites for frame in site.frames], debug_file)
     for site in sites:
         stack = [entry for frame in site.frames for entry in stacks.get(frame, [])]
         site.functions = [re.sub(r"\(.*", "", name) for name, _ in stack]

@@ -23,7 +23,6 @@ using test::PropVariant;
 
 constexpr wchar_t kModuleName[] = L"rvmediasource.dll";
 constexpr int kTries = 3;
-constexpr DWORD kEventMs = 100;
 
 /// A name that no other play of any process uses at the same time.
 std::wstring NextPipeName() {
@@ -111,53 +110,46 @@ void CameraClient::Unload() {
 }
 
 void CameraClient::Register() {
-    Ok(
-        "DllRegisterServer", [&] { return m_register(); }, kTries);
-    Ok(
-        "DllUnregisterServer", [&] { return m_unregister(); }, kTries);
+    Ok("DllRegisterServer", kTries, [&] { return m_register(); });
+    Ok("DllUnregisterServer", kTries, [&] { return m_unregister(); });
 }
 
 bool CameraClient::Create() {
-    if (!Ok(
-            "DllGetClassObject",
-            [&] { return m_getClassObject(kMediaSourceClassId, IID_IClassFactory, m_factory.PutVoid()); }, kTries)) {
+    if (!Ok("DllGetClassObject", kTries,
+            [&] { return m_getClassObject(kMediaSourceClassId, IID_IClassFactory, m_factory.PutVoid()); })) {
         return false;
     }
     Ok("LockServer", [&] { return m_factory->LockServer(TRUE); });
-    const bool created = Ok(
-        "CreateInstance",
-        [&] { return m_factory->CreateInstance(nullptr, __uuidof(IMFActivate), m_activate.PutVoid()); }, kTries);
+    const bool created = Ok("CreateInstance", kTries, [&] {
+        return m_factory->CreateInstance(nullptr, __uuidof(IMFActivate), m_activate.PutVoid());
+    });
     Ok("LockServer", [&] { return m_factory->LockServer(FALSE); });
     return created;
 }
 
 bool CameraClient::Activate() {
     UseAttributes(m_activate.Get());
-    Ok(
-        "SetString(geometry)", [&] { return m_activate->SetString(RV_GEOMETRY_ATTRIBUTE, L"320x180@30/1"); }, kTries);
-    const bool activated = Ok(
-        "ActivateObject", [&] { return m_activate->ActivateObject(__uuidof(IMFMediaSourceEx), m_source.PutVoid()); },
-        kTries);
+    Ok("SetString(geometry)", kTries, [&] { return m_activate->SetString(RV_GEOMETRY_ATTRIBUTE, L"320x180@30/1"); });
+    const bool activated = Ok("ActivateObject", kTries, [&] {
+        return m_activate->ActivateObject(__uuidof(IMFMediaSourceEx), m_source.PutVoid());
+    });
     if (activated) {
         // The reader looks for a name a few times before it gets one, and so for the other ways to a name too.
         Sleep(5);
-        Ok(
-            "SetString(pipe name)", [&] { return m_activate->SetString(kPipeNameAttribute, m_pipeName.c_str()); },
-            kTries);
+        Ok("SetString(pipe name)", kTries,
+           [&] { return m_activate->SetString(kPipeNameAttribute, m_pipeName.c_str()); });
     }
     return activated;
 }
 
 bool CameraClient::Start() {
-    if (!Ok(
-            "CreatePresentationDescriptor",
-            [&] { return m_source->CreatePresentationDescriptor(m_presentation.Put()); }, kTries)) {
+    if (!Ok("CreatePresentationDescriptor", kTries,
+            [&] { return m_source->CreatePresentationDescriptor(m_presentation.Put()); })) {
         return false;
     }
     ReadGeometry();
     const PropVariant position;
-    if (!Ok(
-            "Start", [&] { return m_source->Start(m_presentation.Get(), nullptr, position.Get()); }, kTries)) {
+    if (!Ok("Start", kTries, [&] { return m_source->Start(m_presentation.Get(), nullptr, position.Get()); })) {
         return false;
     }
     return TakeStartEvents();
@@ -219,8 +211,7 @@ ComPtr<IMFMediaEvent> CameraClient::TakeEvent(IMFMediaEventGenerator* generator,
 }
 
 Picture CameraClient::PullPicture(LONGLONG* time) {
-    if (!m_stream || !Ok(
-                         "RequestSample", [&] { return m_stream->RequestSample(m_factory.Get()); }, kTries)) {
+    if (!m_stream || !Ok("RequestSample", kTries, [&] { return m_stream->RequestSample(m_factory.Get()); })) {
         return Picture::None;
     }
     const ComPtr<IMFMediaEvent> event = TakeEvent(m_stream.Get(), MEMediaSample);
@@ -234,16 +225,13 @@ Picture CameraClient::PullPicture(LONGLONG* time) {
 
 void CameraClient::Restart() {
     const PropVariant position(0);
-    Ok(
-        "Stop", [&] { return m_source->Stop(); }, kTries);
-    Ok(
-        "Start(again)", [&] { return m_source->Start(m_presentation.Get(), nullptr, position.Get()); }, kTries);
+    Ok("Stop", kTries, [&] { return m_source->Stop(); });
+    Ok("Start(again)", kTries, [&] { return m_source->Start(m_presentation.Get(), nullptr, position.Get()); });
 }
 
 void CameraClient::Finish() {
     if (m_source) {
-        Ok(
-            "Stop(last)", [&] { return m_source->Stop(); }, kTries);
+        Ok("Stop(last)", kTries, [&] { return m_source->Stop(); });
     }
     if (m_activate) {
         Ok("DeleteAllItems", [&] { return m_activate->DeleteAllItems(); });

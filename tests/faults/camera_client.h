@@ -51,13 +51,13 @@ private:
     /// Runs a call that gives `expected` when nothing fails. A call that a staged failure made fail is tried again as
     /// often as `tries` says, and must then give what was expected.
     bool Step(const char* name, HRESULT expected, const Call& call, int tries = 1);
-    bool Ok(const char* name, const Call& call, int tries = 1) { return Step(name, S_OK, call, tries); }
+    bool Ok(const char* name, const Call& call) { return Ok(name, 1, call); }
+    bool Ok(const char* name, int tries, const Call& call) { return Step(name, S_OK, call, tries); }
 
     void UseAttributes(IMFAttributes* attributes);
     void UseControlSurface();
     void UseSourceEvents();
     void UseStreamFaces();
-    void SetRequest();
     bool TakeStartEvents();
     void ReadGeometry();
     test::ComPtr<IMFMediaEvent> TakeEvent(IMFMediaEventGenerator* generator, MediaEventType type);

@@ -19,8 +19,8 @@ using test::PropVariant;
 constexpr GUID kOwnKey{0x1A2B3C4D, 0x0001, 0x0002, {1, 2, 3, 4, 5, 6, 7, 8}};
 constexpr DWORD kCallbackMs = 2000;
 
-/// Signals that an event is there; the client ends the operation itself. Born with one reference. The queue may call it as
-/// late as at its shutdown, when the client has long given up.
+/// Signals that an event is there; the client ends the operation itself. Born with one reference. The queue may call it
+/// as late as at its shutdown, when the client has long given up.
 class EventCallback final : public IMFAsyncCallback {
 public:
     EventCallback() = default;
@@ -93,48 +93,38 @@ void CameraClient::UseAttributes(IMFAttributes* store) {
 
     Ok("LockStore", [&] { return store->LockStore(); });
     Ok("UnlockStore", [&] { return store->UnlockStore(); });
-    Ok(
-        "SetUINT32", [&] { return store->SetUINT32(kOwnKey, 3); }, 3);
-    Ok(
-        "GetUINT32", [&] { return store->GetUINT32(kOwnKey, &number); }, 3);
+    Ok("SetUINT32", 3, [&] { return store->SetUINT32(kOwnKey, 3); });
+    Ok("GetUINT32", 3, [&] { return store->GetUINT32(kOwnKey, &number); });
     Ok("GetItemType", [&] { return store->GetItemType(kOwnKey, &type); });
-    Ok(
-        "GetItem", [&] { return store->GetItem(kOwnKey, item.Put()); }, 3);
+    Ok("GetItem", 3, [&] { return store->GetItem(kOwnKey, item.Put()); });
     Ok("CompareItem", [&] { return store->CompareItem(kOwnKey, *item.Get(), &equal); });
     Ok("SetItem", [&] { return store->SetItem(kOwnKey, *item.Get()); });
-    Ok(
-        "SetUINT64", [&] { return store->SetUINT64(kOwnKey, 4); }, 3);
+    Ok("SetUINT64", 3, [&] { return store->SetUINT64(kOwnKey, 4); });
     Ok("GetUINT64", [&] { return store->GetUINT64(kOwnKey, &large); });
-    Ok(
-        "SetDouble", [&] { return store->SetDouble(kOwnKey, 0.5); }, 3);
+    Ok("SetDouble", 3, [&] { return store->SetDouble(kOwnKey, 0.5); });
     Ok("GetDouble", [&] { return store->GetDouble(kOwnKey, &real); });
-    Ok(
-        "SetGUID", [&] { return store->SetGUID(kOwnKey, kOwnKey); }, 3);
+    Ok("SetGUID", 3, [&] { return store->SetGUID(kOwnKey, kOwnKey); });
     Ok("GetGUID", [&] { return store->GetGUID(kOwnKey, &guid); });
-    Ok(
-        "SetString", [&] { return store->SetString(kOwnKey, L"text"); }, 3);
+    Ok("SetString", 3, [&] { return store->SetString(kOwnKey, L"text"); });
     Ok("GetStringLength", [&] { return store->GetStringLength(kOwnKey, &number); });
     Ok("GetString", [&] { return store->GetString(kOwnKey, text, 64, &number); });
     wchar_t* allocated = nullptr;
     if (Ok("GetAllocatedString", [&] { return store->GetAllocatedString(kOwnKey, &allocated, &number); })) {
         CoTaskMemFree(allocated);
     }
-    Ok(
-        "SetBlob", [&] { return store->SetBlob(kOwnKey, bytes, sizeof bytes); }, 3);
+    Ok("SetBlob", 3, [&] { return store->SetBlob(kOwnKey, bytes, sizeof bytes); });
     Ok("GetBlobSize", [&] { return store->GetBlobSize(kOwnKey, &number); });
     Ok("GetBlob", [&] { return store->GetBlob(kOwnKey, bytes, sizeof bytes, &number); });
     UINT8* blob = nullptr;
     if (Ok("GetAllocatedBlob", [&] { return store->GetAllocatedBlob(kOwnKey, &blob, &number); })) {
         CoTaskMemFree(blob);
     }
-    Ok(
-        "SetUnknown", [&] { return store->SetUnknown(kOwnKey, m_factory.Get()); }, 3);
+    Ok("SetUnknown", 3, [&] { return store->SetUnknown(kOwnKey, m_factory.Get()); });
     Ok("GetUnknown", [&] { return store->GetUnknown(kOwnKey, IID_IUnknown, object.PutVoid()); });
     Ok("GetCount", [&] { return store->GetCount(&number); });
     Ok("GetItemByIndex", [&] { return store->GetItemByIndex(0, &guid, item.Put()); });
     Ok("Compare", [&] { return store->Compare(copy.Get(), MF_ATTRIBUTES_MATCH_ALL_ITEMS, &equal); });
-    Ok(
-        "DeleteItem", [&] { return store->DeleteItem(kOwnKey); }, 3);
+    Ok("DeleteItem", 3, [&] { return store->DeleteItem(kOwnKey); });
     Ok("CopyAllItems", [&] { return store->CopyAllItems(copy.Get()); });
 }
 
@@ -143,8 +133,7 @@ void CameraClient::UseControlSurface() {
     ComPtr<IMarshal> marshal;
     DWORD characteristics = 0;
     ComPtr<IMFAttributes> attributes;
-    Ok(
-        "QueryInterface(IMarshal)", [&] { return m_source->QueryInterface(IID_IMarshal, marshal.PutVoid()); }, 3);
+    Ok("QueryInterface(IMarshal)", 3, [&] { return m_source->QueryInterface(IID_IMarshal, marshal.PutVoid()); });
     Ok("GetCharacteristics", [&] { return m_source->GetCharacteristics(&characteristics); });
     Ok("GetSourceAttributes", [&] { return m_source->GetSourceAttributes(attributes.Put()); });
     Ok("GetStreamAttributes", [&] { return m_source->GetStreamAttributes(0, attributes.Put()); });
@@ -174,17 +163,15 @@ void CameraClient::UseSourceEvents() {
         TakeEvent(generator, MEUnknown);
         const auto callback = ComPtr<EventCallback>::Adopt(new EventCallback);
         ComPtr<IMFMediaEvent> event;
-        const bool begun = Ok(
-            "BeginGetEvent", [&] { return generator->BeginGetEvent(callback.Get(), nullptr); }, 3);
-        const bool queued = Ok(
-            "QueueEvent", [&] { return generator->QueueEvent(MEExtendedType, kOwnKey, S_OK, nullptr); }, 3);
+        const bool begun = Ok("BeginGetEvent", 3, [&] { return generator->BeginGetEvent(callback.Get(), nullptr); });
+        const bool queued =
+            Ok("QueueEvent", 3, [&] { return generator->QueueEvent(MEExtendedType, kOwnKey, S_OK, nullptr); });
         if (begun && !queued) {
             callback->GiveUp();
         } else if (begun) {
             const ComPtr<IMFAsyncResult> result = callback->Wait();
             if (result) {
-                Ok(
-                    "EndGetEvent", [&] { return generator->EndGetEvent(result.Get(), event.Put()); }, 3);
+                Ok("EndGetEvent", 3, [&] { return generator->EndGetEvent(result.Get(), event.Put()); });
             } else {
                 m_outcome.deviations.push_back({"EventCallback", E_ABORT, false, false});
             }
@@ -198,9 +185,8 @@ void CameraClient::UseStreamFaces() {
     ComPtr<IMarshal> marshal;
     Ok("GetMediaSource", [&] { return m_stream->GetMediaSource(source.Put()); });
     Ok("GetStreamDescriptor", [&] { return m_stream->GetStreamDescriptor(descriptor.Put()); });
-    Ok(
-        "QueryInterface(IMarshal, stream)", [&] { return m_stream->QueryInterface(IID_IMarshal, marshal.PutVoid()); },
-        3);
+    Ok("QueryInterface(IMarshal, stream)", 3,
+       [&] { return m_stream->QueryInterface(IID_IMarshal, marshal.PutVoid()); });
 }
 
 void CameraClient::UseFaces() {

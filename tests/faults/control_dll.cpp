@@ -1,5 +1,5 @@
-// Almost nothing, linked with the same static runtime as the module: what this leaves behind when it is unloaded is what
-// the runtime leaves, and a module may leave no more.
+// Almost nothing, linked with the same static runtime as the module: what this leaves behind when it is unloaded is
+// what the runtime leaves, and a module may leave no more.
 #include <windows.h>
 
 #include <new>

@@ -34,6 +34,7 @@ std::size_t Ledger::SlotOf(const void* address) const {
 void Ledger::Add(void* address, std::size_t bytes, const void* origin) {
     const Guard guard(m_lock);
     if (m_count >= kCapacity / 2) {
+        m_overflown = true;
         return;
     }
     Block& block = m_blocks[SlotOf(address)];
@@ -62,6 +63,11 @@ bool Ledger::Remove(void* address) {
     return true;
 }
 
+bool Ledger::HasOverflown() const {
+    const Guard guard(m_lock);
+    return m_overflown;
+}
+
 std::size_t Ledger::Count() const {
     const Guard guard(m_lock);
     return m_count;
@@ -85,6 +91,7 @@ void Ledger::Clear() {
         block = {};
     }
     m_count = 0;
+    m_overflown = false;
 }
 
 }  // namespace ravlo::faults

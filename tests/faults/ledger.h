@@ -1,5 +1,5 @@
-// The blocks that are allocated and not yet freed, with the place that allocated them. One ledger keeps the module's own
-// heap calls, one those of the Media Foundation library, where the platform's objects live.
+// The blocks that are allocated and not yet freed, with the place that allocated them. One ledger keeps the module's
+// own heap calls, one those of the Media Foundation library, where the platform's objects live.
 #pragma once
 
 #include <windows.h>
@@ -20,12 +20,14 @@ struct Block {
 class Ledger {
 public:
     void Add(void* address, std::size_t bytes, const void* origin);
+    /// True when a block came for which there was no room: the ledger no longer tells what is allocated.
+    bool HasOverflown() const;
     /// False when the block is not in the ledger: it was allocated before, or by somebody else.
     bool Remove(void* address);
     std::size_t Count() const;
     /// A copy of the blocks that are in the ledger now.
     std::vector<Block> Blocks() const;
-    /// Forgets everything; for blocks that are known to stay.
+    /// Forgets everything, an overflow included; for blocks that are known to stay.
     void Clear();
 
 private:
@@ -35,6 +37,7 @@ private:
     mutable SRWLOCK m_lock = SRWLOCK_INIT;
     Block m_blocks[kCapacity];
     std::size_t m_count = 0;
+    bool m_overflown = false;
 };
 
 extern Ledger g_moduleHeap;

@@ -1,8 +1,8 @@
-// The single-fault sweep, the part that runs in one process. scripts/sweep.sh starts several of them and judges what they
-// write.
+// The single-fault sweep, the part that runs in one process. scripts/sweep.sh starts several of them and judges what
+// they write.
 //
-//   ravlo_fault_sweep record REPORT [fresh]       plays without a fault; every site that they reach
-//   ravlo_fault_sweep play REPORT JOBS [fresh]    one play for each line of JOBS: number, key, occurrence, sticky, failure
+//   ravlo_fault_sweep record REPORT [fresh]      plays without a fault; every site that they reach
+//   ravlo_fault_sweep play REPORT JOBS [fresh]   a play for each line of JOBS: number, key, occurrence, sticky, failure
 //
 // With `fresh` each play loads and unloads the module, otherwise the module stays.
 #include "faults/balance.h"
@@ -31,8 +31,8 @@ namespace {
 using namespace ravlo::faults;
 
 constexpr DWORD kPlayMs = 30'000;
-/// Instead of a failure's number: the call says that it succeeded and does nothing. That nobody can survive unnoticed, and
-/// so shows that the sweep notices.
+/// Instead of a failure's number: the call says that it succeeded and does nothing. That nobody can survive unnoticed,
+/// and so shows that the sweep notices.
 constexpr std::size_t kLie = 99;
 /// The caller starts a new process: something in this one will never be as it was.
 constexpr int kSpoiltExitCode = 10;
@@ -58,7 +58,7 @@ std::vector<Job> ReadJobs(const char* path) {
     return jobs;
 }
 
-/// Success where the failure is known by: functions that fail with 0 and a last error succeed with 1, all others with 0.
+/// Success, told from the failure: functions that fail with 0 and a last error succeed with 1, all others with 0.
 Failure LieOf(const Failure& failure) {
     return {failure.setsLastError && failure.result == 0 ? 1U : 0U, 0, false, false};
 }

@@ -96,8 +96,8 @@ void Report::Write(const Outcome& outcome) {
     text += Text("SHOWN client=%d pattern=%d live=%d header=%d mismatch=%d gate=%d unloaded=%d\n",
                  outcome.clientReached, outcome.patternServed, outcome.liveServed, outcome.headerRefused,
                  outcome.mismatchSeen, outcome.gateServed, outcome.unloaded);
-    text += Text("HELD local=%ld closes=%ld running=%ld started=%ld aborts=%ld", accounts.localBlocks,
-                 accounts.failedCloses, accounts.runningThreads, accounts.threadsStarted, accounts.aborts);
+    text += Text("HELD local=%ld closes=%ld running=%ld started=%ld", accounts.localBlocks, accounts.failedCloses,
+                 accounts.runningThreads, accounts.threadsStarted);
     Line(text);
 }
 

@@ -35,7 +35,6 @@ struct ImportRule {
     const char* leftOut;
 };
 
-std::span<const ImportRule> ImportRules();
 const ImportRule* FindImportRule(const char* name);
 /// True for a function that is left out because only the runtime calls it: the sweep looks whether that holds.
 bool IsLeftToRuntime(const ImportRule& rule);

@@ -4,6 +4,7 @@
 #include "faults/gates.h"
 #include "faults/ledger.h"
 #include "faults/sites.h"
+#include "faults/staging.h"
 #include "faults/trace_capture.h"
 
 #include <aclapi.h>
@@ -24,9 +25,7 @@ std::atomic<long> g_localBlocks{0};
 std::atomic<long> g_failedCloses{0};
 std::atomic<long> g_runningThreads{0};
 std::atomic<long> g_threadsStarted{0};
-std::atomic<long> g_gateWrites{0};
 std::atomic<long> g_running[5];  // by role
-std::atomic<long> g_aborts{0};
 
 // ---- time ----
 
@@ -46,7 +45,7 @@ LONGLONG FastTime() {
 }
 
 /// The gate does nothing but write a record every half second, so its time may run faster still.
-constexpr int kGateFactor = 4;
+constexpr int kGateFactor = 8;
 
 int RoleFactor() {
     return CurrentRole() == Role::Gate ? kGateFactor : 1;
@@ -83,39 +82,6 @@ BOOL WINAPI ShortSetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due, LONG p
 
 void WINAPI ShortSleep(DWORD milliseconds) {
     Sleep(Shortened(milliseconds));
-}
-
-// ---- the log ----
-
-/// Lines of the log begin with a bracket and end with a line end; demand records do neither. Every second record is said
-/// to be on its way though it has arrived, as a pipe may answer.
-BOOL WINAPI WatchedWriteFile(HANDLE file, const void* data, DWORD length, DWORD* written, OVERLAPPED* overlapped) {
-    const auto* const text = static_cast<const char*>(data);
-    const BOOL result = WriteFile(file, data, length, written, overlapped);
-    if (length > 2 && text[0] == '[' && text[length - 1] == '\n') {
-        if (result) {
-            KeepLogLine(text, length);
-        }
-    } else if (const long number = g_gateWrites.fetch_add(1); result && overlapped != nullptr && number % 2 == 0) {
-        SetLastError(ERROR_IO_PENDING);
-        return FALSE;
-    }
-    return result;
-}
-
-// ---- files ----
-
-std::atomic<bool> g_directoryWasMissing{false};
-
-/// Once in each load the log's directory seems to be missing, so that the module makes it and looks again.
-HANDLE WINAPI WatchedCreateFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
-                                 DWORD disposition, DWORD flags, HANDLE pattern) {
-    if ((flags & FILE_FLAG_BACKUP_SEMANTICS) != 0 && CurrentRole() == Role::Loader &&
-        !g_directoryWasMissing.exchange(true)) {
-        SetLastError(ERROR_FILE_NOT_FOUND);
-        return INVALID_HANDLE_VALUE;
-    }
-    return CreateFileW(name, access, share, security, disposition, flags, pattern);
 }
 
 // ---- what is taken and given back ----
@@ -273,7 +239,6 @@ void WINAPI QuietDebugString(LPCWSTR) {
 }
 
 void WatchedAbort() {
-    g_aborts.fetch_add(1);
     EndAsCrash("the module called abort");
 }
 
@@ -296,8 +261,9 @@ void* StandInFor(const char* name) {
         {"WaitForMultipleObjects", Address(&ShortWaitForMultipleObjects)},
         {"SetWaitableTimer", Address(&ShortSetWaitableTimer)},
         {"Sleep", Address(&ShortSleep)},
-        {"WriteFile", Address(&WatchedWriteFile)},
-        {"CreateFileW", Address(&WatchedCreateFileW)},
+        {"WriteFile", Address(&StagedWriteFile)},
+        {"CreateFileW", Address(&StagedCreateFileW)},
+        {"CreateNamedPipeW", Address(&StagedCreateNamedPipeW)},
         {"malloc", Address(&WatchedMalloc)},
         {"calloc", Address(&WatchedCalloc)},
         {"realloc", Address(&WatchedRealloc)},
@@ -332,17 +298,15 @@ Accounts CurrentAccounts() {
             g_failedCloses,
             g_runningThreads,
             g_threadsStarted,
-            g_gateWrites,
             RunningAs(Role::Reader) > 0,
-            RunningAs(Role::Gate) > 0,
-            g_aborts};
+            RunningAs(Role::Gate) > 0};
 }
 
 void ResetAccounts() {
-    for (std::atomic<long>* account : {&g_localBlocks, &g_failedCloses, &g_threadsStarted, &g_gateWrites, &g_aborts}) {
+    for (std::atomic<long>* account : {&g_localBlocks, &g_failedCloses, &g_threadsStarted}) {
         *account = 0;
     }
-    g_directoryWasMissing = false;
+    ResetStaging();
     ForgetLog();
 }
 

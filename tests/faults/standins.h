@@ -21,13 +21,11 @@ struct Accounts {
     long failedCloses = 0;  ///< handles it closed that were not open
     long runningThreads = 0;
     long threadsStarted = 0;
-    long gateWrites = 0;  ///< demand records that it tried to write
     bool readerRuns = false;
     bool gateRuns = false;
-    long aborts = 0;
 };
 Accounts CurrentAccounts();
-/// Begins anew, the kept lines of the log included.
+/// Begins anew, the kept lines of the log and what was staged included.
 void ResetAccounts();
 
 }  // namespace ravlo::faults
