@@ -227,7 +227,8 @@ FARPROC WINAPI WatchedGetProcAddress(HMODULE module, LPCSTR name) {
     if (function == nullptr) {
         return nullptr;
     }
-    Hook* const hook = HookByName(name);
+    // The runtime looks functions up as well that the module also imports; these keep their gates and stand-ins.
+    Hook* const hook = FindResolvedRule(name) != nullptr ? HookByName(name) : nullptr;
     if (hook == nullptr) {
         return function;
     }
