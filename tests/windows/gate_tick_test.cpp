@@ -20,7 +20,11 @@ using ConnectHook = RAVLO_HOOK(ConnectNamedPipe);
 class GateTick : public AnchoredTest {
 protected:
     GateTick() : m_ticks(ThisProgram()), m_pipes(ThisProgram()) {
-        m_ticks.Replace([this] { return m_now.load(); });
+        m_ticks.Replace([this] {
+            // The watch over the tests looks at the clock as well, on a thread of its own.
+            m_asked += GetCurrentThreadId() == m_thread ? 1 : 0;
+            return m_now.load();
+        });
         m_status.name = ToPipeName(m_name);
         m_status.authorizedUserSid = CurrentUserSid();
         m_status.created = true;
@@ -46,6 +50,8 @@ protected:
     }
 
     const std::wstring m_name = UniquePipeName();
+    const DWORD m_thread = GetCurrentThreadId();
+    std::atomic<unsigned> m_asked{0};
     std::atomic<ULONGLONG> m_now{10'000'000};
     TickHook m_ticks;
     PipeHook m_pipes;
@@ -65,7 +71,7 @@ TEST_F(GateTick, WithoutAFramePipeANameOrAUserItDoesNothing) {
     m_status.authorizedUserSid.clear();
     RvGateTick(m_context);
     EXPECT_EQ(0u, m_pipes.Count());
-    EXPECT_EQ(0u, m_ticks.Count());
+    EXPECT_EQ(0u, m_asked.load());
     EXPECT_EQ(0u, m_context.nextAttemptTick);
     EXPECT_FALSE(m_log.Contains("GATE ")) << m_log.Text();
 }
@@ -88,9 +94,9 @@ TEST_F(GateTick, TheFirstPassCreatesTheGateSaysSoAndLooksForAClient) {
 TEST_F(GateTick, AFramePipeThatIsGoneMakesItIdleAgain) {
     TickAt(5000);
     m_status.created = false;
-    m_ticks.ForgetCalls();
+    m_asked = 0;
     TickAt(6000);
-    EXPECT_EQ(0u, m_ticks.Count());
+    EXPECT_EQ(0u, m_asked.load());
     EXPECT_EQ(5000u, m_context.lastPublishTick);
 }
 
