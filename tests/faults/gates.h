@@ -3,6 +3,7 @@
 #pragma once
 
 #include "faults/sites.h"
+#include "support/load_notice.h"
 
 #include <windows.h>
 
@@ -25,7 +26,6 @@ struct ImportTreatment {
 class ImportGates {
 public:
     explicit ImportGates(std::wstring fileName);
-    ~ImportGates();
     ImportGates(const ImportGates&) = delete;
     ImportGates& operator=(const ImportGates&) = delete;
 
@@ -34,16 +34,13 @@ public:
     /// Imports without a rule, separated by blanks; empty is good.
     const std::string& Unknown() const { return m_unknown; }
 
-    /// For the loader's callback.
-    void OnLoaded(HMODULE module, std::wstring_view name);
-
 private:
+    void OnLoaded(HMODULE module);
     void Gate(const char* library, const char* name, void** entry);
 
-    std::wstring m_fileName;
     std::vector<ImportTreatment> m_treatments;
     std::string m_unknown;
-    void* m_cookie = nullptr;
+    ravlo::test::LoadNotice m_notice;  ///< the first to go: it calls into all the others
 };
 
 /// Gates the methods of the platform's objects that the module uses, in the classes' own tables and so for the whole

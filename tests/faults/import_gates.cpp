@@ -2,39 +2,13 @@
 
 #include "faults/standins.h"
 
-#include <winternl.h>
-
 #include <cstring>
-#include <cwchar>
 #include <map>
 #include <memory>
-#include <stdexcept>
+#include <utility>
 
 namespace ravlo::faults {
 namespace {
-
-struct DllNotificationData {
-    ULONG flags;
-    const UNICODE_STRING* fullName;
-    const UNICODE_STRING* baseName;
-    void* base;
-    ULONG size;
-};
-constexpr ULONG kReasonLoaded = 1;
-
-using NotificationCallback = void(CALLBACK*)(ULONG reason, const DllNotificationData* data, void* context);
-
-template <class F>
-F FromNtdll(const char* name) {
-    return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name)));
-}
-
-void CALLBACK Notify(ULONG reason, const DllNotificationData* data, void* context) {
-    const std::wstring_view name(data->baseName->Buffer, data->baseName->Length / sizeof(wchar_t));
-    if (reason == kReasonLoaded) {
-        static_cast<ImportGates*>(context)->OnLoaded(static_cast<HMODULE>(data->base), name);
-    }
-}
 
 /// The hook of an import; made at the first load, so that a site keeps its number through all loads.
 Hook& HookForImport(const ImportRule& rule) {
@@ -65,26 +39,15 @@ void* GateOf(Hook& hook) {
     return gate;
 }
 
-ImportGates::ImportGates(std::wstring fileName) : m_fileName(std::move(fileName)) {
+ImportGates::ImportGates(std::wstring fileName)
+    : m_notice(std::move(fileName), [this](HMODULE module) { OnLoaded(module); }) {
     // Made now and not when the module asks: that may happen on any thread.
     for (const char* name : {"MFCreateSensorProfile", "MFCreateSensorProfileCollection"}) {
         GateOf(HookForImport(*FindResolvedRule(name)));
     }
-    const auto subscribe =
-        FromNtdll<LONG(NTAPI*)(ULONG, NotificationCallback, void*, void**)>("LdrRegisterDllNotification");
-    if (!subscribe || subscribe(0, Notify, this, &m_cookie) < 0) {
-        throw std::runtime_error("LdrRegisterDllNotification failed");
-    }
 }
 
-ImportGates::~ImportGates() {
-    FromNtdll<LONG(NTAPI*)(void*)>("LdrUnregisterDllNotification")(m_cookie);
-}
-
-void ImportGates::OnLoaded(HMODULE module, std::wstring_view name) {
-    if (name.size() != m_fileName.size() || _wcsnicmp(name.data(), m_fileName.data(), name.size()) != 0) {
-        return;
-    }
+void ImportGates::OnLoaded(HMODULE module) {
     SetModuleImage(module);
     m_treatments.clear();
     m_unknown.clear();

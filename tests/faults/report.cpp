@@ -102,8 +102,8 @@ void Report::Write(const Outcome& outcome) {
 }
 
 void Report::Write(const ImportGates& gates) {
-    for (const ImportTreatment& import : gates.Treatments()) {
-        Line("IMPORT " + import.library + " " + import.name + " " + (import.leftOut.empty() ? "-" : import.leftOut));
+    for (const auto& [library, name, leftOut] : gates.Treatments()) {
+        Line("IMPORT " + library + " " + name + " " + (leftOut.empty() ? "-" : leftOut));
     }
 }
 

@@ -114,8 +114,8 @@ public:
     explicit Episode(const EpisodePlan& plan) : m_plan(plan), m_geometry(kSoakGeometries[plan.geometry]) {}
 
     /// Runs it to the end. Returns what is wrong; adds what it saw to `coverage` and `liveSamples`.
-    Complaints Run(const ModuleUnderTest& module, IMFPresentationDescriptor* presentation, Coverage& coverage,
-                   std::uint64_t& liveSamples) {
+    Contradictions Run(const ModuleUnderTest& module, IMFPresentationDescriptor* presentation, Coverage& coverage,
+                       std::uint64_t& liveSamples) {
         const std::wstring pipe = Prepare(module, presentation);
         {
             std::unique_ptr<EndlessProducer> producer;
@@ -125,10 +125,10 @@ public:
             RunCallers();
         }
         End();
-        Complaints complaints = std::move(m_complaints);
-        Judge(coverage, complaints);
+        Contradictions contradictions = std::move(m_contradictions);
+        Judge(coverage, contradictions);
         liveSamples += m_stage.liveSamples;
-        return complaints;
+        return contradictions;
     }
 
 private:
@@ -220,8 +220,8 @@ private:
             while (pending->Take()) {}
         }
         if (!WaitUntil([] { return Token::Alive() == 0 && EventCallback::Alive() == 0; })) {
-            m_complaints.push_back(std::to_string(Token::Alive()) + " tokens and " +
-                                   std::to_string(EventCallback::Alive()) + " callbacks are kept");
+            m_contradictions.push_back(std::to_string(Token::Alive()) + " tokens and " +
+                                       std::to_string(EventCallback::Alive()) + " callbacks are kept");
         }
     }
 
@@ -229,7 +229,7 @@ private:
         const bool sourceIsEmpty = DrainQueue(Last(), Object::Source);
         Last().stream = m_stage.Stream();
         if (!sourceIsEmpty || (Last().stream && !DrainQueue(Last(), Object::Stream))) {
-            m_complaints.push_back("the event queues do not get empty");
+            m_contradictions.push_back("the event queues do not get empty");
         }
         const Stamp now = m_stage.stamps.Next();
         m_drained[0] = now;
@@ -246,17 +246,17 @@ private:
         Subscribe(Last(), object);
         QueueOne(Last(), object);
         if (!WaitUntil([&] { return pending.HasAny(); })) {
-            m_complaints.push_back("an event comes and the callback does not");
+            m_contradictions.push_back("an event comes and the callback does not");
         }
     }
 
-    void Judge(Coverage& coverage, Complaints& complaints) const {
+    void Judge(Coverage& coverage, Contradictions& contradictions) const {
         std::vector<Call> calls;
         QueueHistory histories[2];
         for (const std::unique_ptr<Caller>& caller : m_callers) {
             const Recorder& record = caller->record;
             calls.insert(calls.end(), record.Calls().begin(), record.Calls().end());
-            complaints.insert(complaints.end(), record.Complained().begin(), record.Complained().end());
+            contradictions.insert(contradictions.end(), record.Complained().begin(), record.Complained().end());
             for (const Object object : {Object::Source, Object::Stream}) {
                 std::vector<TakenEvent>& events = histories[static_cast<std::size_t>(object)].events;
                 const std::vector<TakenEvent>& more = record.Events(object);
@@ -264,10 +264,10 @@ private:
             }
         }
         const StateModel model(calls);
-        const Complaints wrong = model.Judge(coverage);
-        complaints.insert(complaints.end(), wrong.begin(), wrong.end());
+        const Contradictions wrong = model.Judge(coverage);
+        contradictions.insert(contradictions.end(), wrong.begin(), wrong.end());
         for (const Object object : {Object::Source, Object::Stream}) {
-            QueueBalance(calls, model, object).Judge(complaints);
+            QueueBalance(calls, model, object).Judge(contradictions);
         }
         if (m_plan.takesInTurn) {
             for (const Object object : {Object::Source, Object::Stream}) {
@@ -276,8 +276,9 @@ private:
                           [](const TakenEvent& a, const TakenEvent& b) { return a.taken < b.taken; });
                 history.completeUntil = m_drained[static_cast<std::size_t>(object)];
             }
-            const Complaints misplaced = EventJudge(calls, model, m_geometry.period).Judge(histories[0], histories[1]);
-            complaints.insert(complaints.end(), misplaced.begin(), misplaced.end());
+            const Contradictions misplaced =
+                EventJudge(calls, model, m_geometry.period).Judge(histories[0], histories[1]);
+            contradictions.insert(contradictions.end(), misplaced.begin(), misplaced.end());
         }
     }
 
@@ -286,7 +287,7 @@ private:
     Stage m_stage;
     std::vector<std::unique_ptr<Caller>> m_callers;
     std::atomic<unsigned> m_met{0};  ///< threads that have come to the meeting
-    Complaints m_complaints;
+    Contradictions m_contradictions;
     Stamp m_drained[2]{};  ///< when a queue was found empty and nobody called; 0 when that never happened
 };
 

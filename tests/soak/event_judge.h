@@ -23,13 +23,13 @@ public:
     }
 
     /// To be called once.
-    Complaints Judge(const QueueHistory& source, const QueueHistory& stream) {
+    Contradictions Judge(const QueueHistory& source, const QueueHistory& stream) {
         ReadSource(source);
         ReadStream(stream);
         CompareTransitions(source.IsComplete() && stream.IsComplete());
         JudgeSource(source);
         JudgeStream(stream);
-        return std::move(m_complaints);
+        return std::move(m_contradictions);
     }
 
 private:
@@ -66,7 +66,7 @@ private:
     }
 
     void JudgeSource(const QueueHistory& history) {
-        JudgeOrder(m_sourceSlots, m_complaints);
+        JudgeOrder(m_sourceSlots, m_contradictions);
         JudgeMissing(m_sourceSlots, {Op::Start, Op::SourceQueueEvent}, history.completeUntil);
         JudgeAnonymous(m_sourceSlots, EventKind::SourceStopped, {Op::Stop}, "MESourceStopped", history.completeUntil,
                        0);
@@ -127,7 +127,7 @@ private:
     }
 
     void JudgeStream(const QueueHistory& history) {
-        JudgeOrder(m_streamSlots, m_complaints);
+        JudgeOrder(m_streamSlots, m_contradictions);
         JudgeMissing(m_streamSlots, {Op::RequestSample, Op::StreamQueueEvent}, history.completeUntil);
         JudgeAnonymous(m_streamSlots, EventKind::Sample, {Op::RequestSampleNoToken}, "MEMediaSample without a token",
                        history.completeUntil, 0);
@@ -217,7 +217,7 @@ private:
         const Stamp known = KnownUntil(slots, completeUntil);
         for (const Call& call : m_calls) {
             if (ops.count(call.op) != 0 && call.answer == kOk && call.end < known && m_seen.count(&call) == 0) {
-                m_complaints.push_back("no event came of " + Describe(call));
+                m_contradictions.push_back("no event came of " + Describe(call));
             }
         }
     }
@@ -235,7 +235,7 @@ private:
             const bool mustAppear = call.answer == kOk && call.end < known && call.begin >= optionalUntil;
             (mustAppear ? must : may).push_back(&call);
         }
-        AnonymousEvents(slots, kind, std::move(must), std::move(may)).Judge(name, m_complaints);
+        AnonymousEvents(slots, kind, std::move(must), std::move(may)).Judge(name, m_contradictions);
     }
 
     /// No sample comes of a stream that is not started, but one whose request met the stop may come behind it.
@@ -285,7 +285,7 @@ private:
 
     void Expect(bool good, const std::string& complaint) {
         if (!good) {
-            m_complaints.push_back(complaint);
+            m_contradictions.push_back(complaint);
         }
     }
 
@@ -298,7 +298,7 @@ private:
     std::vector<Slot> m_streamSlots;
     std::vector<Transition> m_sourceTransitions;
     std::vector<Transition> m_streamTransitions;
-    Complaints m_complaints;
+    Contradictions m_contradictions;
 };
 
 }  // namespace ravlo::test

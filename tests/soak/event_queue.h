@@ -61,17 +61,17 @@ inline std::string Describe(const Slot& slot) {
 
 /// A queue hands out what came first first: no event may stand behind one whose call began only after its own had
 /// ended, and none can be taken before its call began.
-inline void JudgeOrder(const std::vector<Slot>& slots, Complaints& complaints) {
+inline void JudgeOrder(const std::vector<Slot>& slots, Contradictions& contradictions) {
     const Slot* latest = nullptr;
     for (const Slot& slot : slots) {
         if (latest != nullptr && slot.Latest() < latest->maker->begin) {
-            complaints.push_back(Describe(slot) + " stands behind " + Describe(*latest));
+            contradictions.push_back(Describe(slot) + " stands behind " + Describe(*latest));
         }
         if (slot.maker == nullptr) {
             continue;
         }
         if (slot.taken < slot.maker->begin) {
-            complaints.push_back("an event was taken before " + Describe(*slot.maker) + " made it");
+            contradictions.push_back("an event was taken before " + Describe(*slot.maker) + " made it");
         }
         if (latest == nullptr || slot.maker->begin > latest->maker->begin) {
             latest = &slot;
@@ -107,14 +107,14 @@ public:
         m_all.insert(m_all.end(), m_must.begin(), m_must.end());
     }
 
-    void Judge(const char* name, Complaints& complaints) const {
+    void Judge(const char* name, Contradictions& contradictions) const {
         // One pairing fills every place and another uses every call that must appear: then one does both.
         if (Pair(m_all).places < m_windows.size()) {
-            complaints.push_back(std::string("no call fits one of the ") + std::to_string(m_windows.size()) +
-                                 " events " + name);
+            contradictions.push_back(std::string("no call fits one of the ") + std::to_string(m_windows.size()) +
+                                     " events " + name);
         }
         if (const Call* left = Pair(m_must).leftOver) {
-            complaints.push_back(std::string("no event ") + name + " fits " + Describe(*left));
+            contradictions.push_back(std::string("no event ") + name + " fits " + Describe(*left));
         }
     }
 

@@ -38,23 +38,23 @@ public:
         }
     }
 
-    void Judge(Complaints& complaints) const {
+    void Judge(Contradictions& contradictions) const {
         for (const Call& call : m_calls) {
             if (call.op == Look() && call.answer == kNoEvents &&
                 m_surelyIn.Before(call.begin) > m_possiblyOut.Before(call.end)) {
-                complaints.push_back(Describe(call) + " although there was an event");
+                contradictions.push_back(Describe(call) + " although there was an event");
             }
             if (IsTake(call) && m_surelyOut.Before(call.end + 1) > m_possiblyIn.Before(call.end)) {
-                complaints.push_back(Describe(call) + " gave more events than were queued");
+                contradictions.push_back(Describe(call) + " gave more events than were queued");
             }
             const bool refused = (call.op == Look() && call.answer == kMultipleSubscribers) ||
                                  (call.op == Subscribe() && call.answer != kOk && call.answer != kShutDownAnswer);
             if (refused && m_possiblySubscribed.Before(call.end) <= m_surelyEnded.Before(call.begin)) {
-                complaints.push_back(Describe(call) + " although nobody was subscribed");
+                contradictions.push_back(Describe(call) + " although nobody was subscribed");
             }
             if (call.op == Subscribe() && call.answer == kOk &&
                 m_surelySubscribed.Before(call.begin) > m_possiblyEnded.Before(call.end)) {
-                complaints.push_back(Describe(call) + " although another subscription was open");
+                contradictions.push_back(Describe(call) + " although another subscription was open");
             }
         }
     }

@@ -78,13 +78,15 @@ ComPtr<IMFPresentationDescriptor> SomePresentation() {
     return presentation;
 }
 
-std::string Listed(const Complaints& complaints) {
+std::string Listed(const Contradictions& contradictions) {
     constexpr std::size_t kShown = 12;
     std::string text;
-    for (std::size_t i = 0; i < complaints.size() && i < kShown; ++i) {
-        text += "\n  " + complaints[i];
+    for (std::size_t i = 0; i < contradictions.size() && i < kShown; ++i) {
+        text += "\n  " + contradictions[i];
     }
-    return text + (complaints.size() > kShown ? "\n  and " + std::to_string(complaints.size() - kShown) + " more" : "");
+    return text + (contradictions.size() > kShown
+                       ? "\n  and " + std::to_string(contradictions.size() - kShown) + " more"
+                       : "");
 }
 
 class RandomCalls : public ModuleTest {
@@ -95,15 +97,15 @@ protected:
         SetTestTimeout(kEpisodeTimeout);
         m_privateLog.Begin(plan.isLogged);
         m_jitter.Set(plan.isJittered);
-        Complaints complaints;
+        Contradictions contradictions;
         {
             Episode episode(plan);
-            complaints = episode.Run(m_module, m_presentation.Get(), m_coverage, m_liveSamples);
+            contradictions = episode.Run(m_module, m_presentation.Get(), m_coverage, m_liveSamples);
         }
         m_jitter.Set(false);
         m_logBytes += m_privateLog.End();
         ++m_episodes;
-        ASSERT_TRUE(complaints.empty()) << plan.Text() << Listed(complaints);
+        ASSERT_TRUE(contradictions.empty()) << plan.Text() << Listed(contradictions);
         ASSERT_TRUE(WaitUntil([&] { return m_module.CanUnloadNow() == S_OK; })) << plan.Text();
     }
 
@@ -139,8 +141,8 @@ protected:
     }
 
     /// What the table has and nobody has called yet, and what else a run must have seen.
-    Complaints NotSeen() const {
-        Complaints missing;
+    Contradictions NotSeen() const {
+        Contradictions missing;
         for (const Row& row : StateTable()) {
             for (std::size_t state = 0; state < kStateCount; ++state) {
                 if (!row.answers[state].empty() && m_coverage.hits[static_cast<std::size_t>(row.op)][state] == 0) {

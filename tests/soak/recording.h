@@ -3,6 +3,7 @@
 #pragma once
 
 #include "soak/event_queue.h"
+#include "support/counted.h"
 #include "support/media.h"
 
 #include <windows.h>
@@ -17,39 +18,6 @@
 #include <vector>
 
 namespace ravlo::test {
-
-/// A COM object that only counts: how many of its kind are alive tells whether somebody kept one.
-template <class Interface>
-class Counted : public Interface {
-public:
-    Counted() { ++s_alive; }
-    virtual ~Counted() { --s_alive; }
-    Counted(const Counted&) = delete;
-    Counted& operator=(const Counted&) = delete;
-
-    static long Alive() { return s_alive; }
-
-    STDMETHODIMP QueryInterface(REFIID id, void** object) override {
-        const bool known = id == IID_IUnknown || id == __uuidof(Interface);
-        *object = known ? static_cast<Interface*>(this) : nullptr;
-        if (known) {
-            AddRef();
-        }
-        return known ? S_OK : E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return ++m_references; }
-    STDMETHODIMP_(ULONG) Release() override {
-        const ULONG left = --m_references;
-        if (left == 0) {
-            delete this;
-        }
-        return left;
-    }
-
-private:
-    static inline std::atomic<long> s_alive{0};
-    std::atomic<ULONG> m_references{1};
-};
 
 /// Travels through RequestSample into the sample and says whose it is.
 class Token final : public Counted<IUnknown> {
@@ -107,7 +75,7 @@ public:
 
     /// Something that no answer shows: a wrong output, a picture that is none.
     void Complain(const std::string& text) {
-        m_complaints.push_back((m_calls.empty() ? "before any call" : Describe(m_calls.back())) + ": " + text);
+        m_contradictions.push_back((m_calls.empty() ? "before any call" : Describe(m_calls.back())) + ": " + text);
     }
     void Expect(bool good, const char* text) {
         if (!good) {
@@ -117,14 +85,14 @@ public:
 
     const std::vector<Call>& Calls() const { return m_calls; }
     const std::vector<TakenEvent>& Events(Object object) const { return m_events[static_cast<std::size_t>(object)]; }
-    const Complaints& Complained() const { return m_complaints; }
+    const Contradictions& Complained() const { return m_contradictions; }
 
 private:
     StampCounter& m_stamps;
     const unsigned m_thread;
     std::vector<Call> m_calls;
     std::vector<TakenEvent> m_events[2];
-    Complaints m_complaints;
+    Contradictions m_contradictions;
 };
 
 inline EventKind KindOf(MediaEventType type) {

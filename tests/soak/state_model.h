@@ -17,7 +17,7 @@
 
 namespace ravlo::test {
 
-using Complaints = std::vector<std::string>;
+using Contradictions = std::vector<std::string>;
 
 /// A change that happens at most once, at a moment of which only bounds are known.
 class OneWayChange {
@@ -46,10 +46,10 @@ public:
     bool MayBeSeenBy(const Call& call) const { return call.end > m_earliest; }
     bool MayBeMissedBy(const Call& call) const { return call.begin < m_latest; }
 
-    void Judge(const char* name, Complaints& complaints) const {
+    void Judge(const char* name, Contradictions& contradictions) const {
         if (m_earliest >= m_latest) {
-            complaints.push_back(std::string("no moment is left for ") + name + ": not yet for " + Witness(m_early) +
-                                 ", done for " + Witness(m_late));
+            contradictions.push_back(std::string("no moment is left for ") + name + ": not yet for " +
+                                     Witness(m_early) + ", done for " + Witness(m_late));
         }
     }
 
@@ -130,15 +130,15 @@ public:
     }
 
     /// What is wrong with the calls; nothing for a run as it should be. Adds what it saw to `coverage`.
-    Complaints Judge(Coverage& coverage) const {
-        Complaints complaints;
-        m_activation.Judge("the activation", complaints);
-        m_sourceDown.Judge("the shutdown of the source", complaints);
-        m_streamDown.Judge("the shutdown of the stream", complaints);
+    Contradictions Judge(Coverage& coverage) const {
+        Contradictions contradictions;
+        m_activation.Judge("the activation", contradictions);
+        m_sourceDown.Judge("the shutdown of the source", contradictions);
+        m_streamDown.Judge("the shutdown of the stream", contradictions);
         for (const Call& call : m_calls) {
-            JudgeCall(call, coverage, complaints);
+            JudgeCall(call, coverage, contradictions);
         }
-        return complaints;
+        return contradictions;
     }
 
 private:
@@ -275,7 +275,7 @@ private:
                });
     }
 
-    void JudgeCall(const Call& call, Coverage& coverage, Complaints& complaints) const {
+    void JudgeCall(const Call& call, Coverage& coverage, Contradictions& contradictions) const {
         const auto op = static_cast<std::size_t>(call.op);
         const Row& row = RowOf(call.op);
         const StateSet states = PossibleStates(call);
@@ -290,7 +290,7 @@ private:
             }
         }
         if (!allowed) {
-            complaints.push_back(Describe(call) + " is no answer of a source that is " + states.Text());
+            contradictions.push_back(Describe(call) + " is no answer of a source that is " + states.Text());
         }
     }
 

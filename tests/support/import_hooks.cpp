@@ -1,42 +1,10 @@
 #include "support/import_hooks.h"
 
-#include <winternl.h>
-
 #include <algorithm>
 #include <cstring>
-#include <cwchar>
 
 namespace ravlo::test {
 namespace {
-
-struct DllNotificationData {
-    ULONG flags;
-    const UNICODE_STRING* fullName;
-    const UNICODE_STRING* baseName;
-    void* base;
-    ULONG size;
-};
-constexpr ULONG kReasonLoaded = 1;
-
-using NotificationCallback = void(CALLBACK*)(ULONG reason, const DllNotificationData* data, void* context);
-using RegisterFn = LONG(NTAPI*)(ULONG flags, NotificationCallback callback, void* context, void** cookie);
-using UnregisterFn = LONG(NTAPI*)(void* cookie);
-
-template <class F>
-F FromNtdll(const char* name) {
-    return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name)));
-}
-
-void CALLBACK Notify(ULONG reason, const DllNotificationData* data, void* context) {
-    if (reason == kReasonLoaded) {
-        const std::wstring_view name(data->baseName->Buffer, data->baseName->Length / sizeof(wchar_t));
-        static_cast<LoadHooks*>(context)->OnLoaded(static_cast<HMODULE>(data->base), name);
-    }
-}
-
-bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right) {
-    return left.size() == right.size() && _wcsnicmp(left.data(), right.data(), left.size()) == 0;
-}
 
 /// The table entry through which `module` calls `function`, or nullptr.
 void** FindImport(HMODULE module, const char* function) {
@@ -106,15 +74,8 @@ void ImportSlot::Restore() {
     }
 }
 
-LoadHooks::LoadHooks(std::wstring moduleName) : m_moduleName(std::move(moduleName)) {
-    const auto subscribe = FromNtdll<RegisterFn>("LdrRegisterDllNotification");
-    if (!subscribe || subscribe(0, Notify, this, &m_cookie) < 0) {
-        throw std::runtime_error("LdrRegisterDllNotification failed");
-    }
-}
-
-LoadHooks::~LoadHooks() {
-    FromNtdll<UnregisterFn>("LdrUnregisterDllNotification")(m_cookie);
+LoadHooks::LoadHooks(std::wstring moduleName)
+    : m_notice(std::move(moduleName), [this](HMODULE module) { OnLoaded(module); }) {
 }
 
 void LoadHooks::Add(ImportSlot* slot, const char* function, void* hook) {
@@ -132,10 +93,7 @@ std::string LoadHooks::Missing() const {
     return m_missing;
 }
 
-void LoadHooks::OnLoaded(HMODULE module, std::wstring_view name) {
-    if (!EqualIgnoringCase(name, m_moduleName)) {
-        return;
-    }
+void LoadHooks::OnLoaded(HMODULE module) {
     const detail::SrwGuard guard(m_lock);
     ++m_loads;
     m_missing.clear();

@@ -15,6 +15,7 @@
 //     ModuleUnderTest module(loading);
 #pragma once
 
+#include "support/load_notice.h"
 #include "support/wait.h"
 
 #include <windows.h>
@@ -26,7 +27,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <vector>
@@ -85,7 +85,6 @@ private:
 class LoadHooks {
 public:
     explicit LoadHooks(std::wstring moduleName = L"rvmediasource.dll");
-    ~LoadHooks();
     LoadHooks(const LoadHooks&) = delete;
     LoadHooks& operator=(const LoadHooks&) = delete;
 
@@ -98,21 +97,19 @@ public:
     /// good.
     std::string Missing() const;
 
-    /// For the loader's callback.
-    void OnLoaded(HMODULE module, std::wstring_view name);
-
 private:
     struct Entry {
         ImportSlot* slot;
         const char* function;
         void* hook;
     };
-    std::wstring m_moduleName;
+    void OnLoaded(HMODULE module);
+
     std::vector<Entry> m_entries;
     std::string m_missing;
     std::atomic<int> m_loads{0};
-    void* m_cookie = nullptr;
     mutable SRWLOCK m_lock = SRWLOCK_INIT;
+    LoadNotice m_notice;  ///< the first to go: it calls into all the others
 };
 
 /// A function's name as a template argument.

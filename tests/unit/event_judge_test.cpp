@@ -34,7 +34,7 @@ struct RecordedRun {
                          {EventKind::Sample, kOk, 0, 46, 777'777}},
                         kNever};
 
-    Complaints Judge() const {
+    Contradictions Judge() const {
         const StateModel model(calls);
         return EventJudge(calls, model, kPeriod).Judge(source, stream);
     }
@@ -45,7 +45,7 @@ void Erase(QueueHistory& history, std::size_t place) {
 }
 
 TEST(EventJudge, ARightRunIsPassed) {
-    EXPECT_EQ(RecordedRun().Judge(), Complaints{});
+    EXPECT_EQ(RecordedRun().Judge(), Contradictions{});
 }
 
 TEST(EventJudge, EveryMissingEventIsFound) {
@@ -107,9 +107,9 @@ TEST(EventJudge, CallsThatOverlapMayLeaveTheirEventsInEitherOrder) {
     run.source.events[3].maker = 12;
     run.source.events[5].maker = 16;
     run.stream.events[4].maker = 14;
-    EXPECT_EQ(run.Judge(), Complaints{});
+    EXPECT_EQ(run.Judge(), Contradictions{});
     std::swap(run.stream.events[1], run.stream.events[2]);
-    EXPECT_EQ(run.Judge(), Complaints{});
+    EXPECT_EQ(run.Judge(), Contradictions{});
 }
 
 TEST(EventJudge, TheFirstStartAnnouncesANewStreamAndLaterOnesAnUpdate) {
@@ -178,13 +178,13 @@ TEST(EventJudge, WhatAShutdownCutOffMayBeMissingButOnlyAtTheEnd) {
         RecordedRun run;
         run.source.completeUntil = run.stream.completeUntil = 0;
         run.source.events.resize(left);
-        EXPECT_EQ(run.Judge(), Complaints{}) << left;
+        EXPECT_EQ(run.Judge(), Contradictions{}) << left;
     }
     for (std::size_t left = 0; left <= RecordedRun().stream.events.size(); ++left) {
         RecordedRun run;
         run.source.completeUntil = run.stream.completeUntil = 0;
         run.stream.events.resize(left);
-        EXPECT_EQ(run.Judge(), Complaints{}) << left;
+        EXPECT_EQ(run.Judge(), Contradictions{}) << left;
     }
     RecordedRun run;
     run.source.completeUntil = run.stream.completeUntil = 0;
@@ -207,7 +207,7 @@ TEST(EventJudge, AStopBeforeTheActivationIsNoneOfTheStreams) {
                          {EventKind::SourceStarted, kOk, 5, 32},
                          {EventKind::SourceStopped, kOk, 0, 33}};
     run.stream.events = {{EventKind::StreamStarted, kOk, 0, 40}, {EventKind::StreamStopped, kOk, 0, 41}};
-    EXPECT_EQ(run.Judge(), Complaints{});
+    EXPECT_EQ(run.Judge(), Contradictions{});
     run.stream.events.insert(run.stream.events.begin(), {EventKind::StreamStopped, kOk, 0, 39});
     EXPECT_FALSE(run.Judge().empty());
 }
@@ -222,7 +222,7 @@ TEST(EventJudge, AStopReachesTheStreamBeforeTheSource) {
     run.calls[4].end = 14;  // the stop goes on, but its event has come out of the source
     run.source.events[0].taken = 8;
     run.source.events[1].taken = 9;
-    EXPECT_EQ(run.Judge(), Complaints{});
+    EXPECT_EQ(run.Judge(), Contradictions{});
     std::swap(run.stream.events[3], run.stream.events[4]);
     EXPECT_EQ(run.Judge().size(), 1U) << "an event that came after that stands before the stop";
 }
@@ -232,14 +232,14 @@ TEST(EventJudge, ASampleStandsBehindAStartUnlessItsRequestMetTheStop) {
     run.calls = {{Op::ActivateObject, kOk, 1, 2, 0}, {Op::Start, kOk, 3, 9, 0}, {Op::RequestSample, kOk, 6, 7, 1}};
     run.source.events = {{EventKind::NewStream, kOk, 0, 30}, {EventKind::SourceStarted, kOk, 3, 31}};
     run.stream.events = {{EventKind::StreamStarted, kOk, 0, 40}, {EventKind::Sample, kOk, 6, 41}};
-    EXPECT_EQ(run.Judge(), Complaints{});
+    EXPECT_EQ(run.Judge(), Contradictions{});
     std::swap(run.stream.events[0], run.stream.events[1]);
     EXPECT_EQ(run.Judge().size(), 1U);
     run = RecordedRun();
     run.calls[3].end = 9;  // this request and the stop meet
     run.calls[4].begin = 8;
     std::swap(run.stream.events[2], run.stream.events[3]);
-    EXPECT_EQ(run.Judge(), Complaints{});
+    EXPECT_EQ(run.Judge(), Contradictions{});
 }
 
 TEST(EventJudge, AStartReachesTheSourceBeforeTheStream) {
@@ -248,7 +248,7 @@ TEST(EventJudge, AStartReachesTheSourceBeforeTheStream) {
     run.source.events = {
         {EventKind::NewStream, kOk, 0, 30}, {EventKind::SourceStarted, kOk, 3, 31}, {EventKind::Queued, kOk, 6, 32}};
     run.stream.events = {{EventKind::StreamStarted, kOk, 0, 5}};
-    EXPECT_EQ(run.Judge(), Complaints{});
+    EXPECT_EQ(run.Judge(), Contradictions{});
     std::swap(run.source.events[1], run.source.events[2]);
     EXPECT_EQ(run.Judge().size(), 1U);
 }
@@ -258,7 +258,7 @@ TEST(EventJudge, AStreamThatNobodySawKeepsItsEvents) {
     run.calls = {{Op::ActivateObject, kOk, 1, 2, 0}, {Op::Stop, kOk, 3, 4, 0}};
     run.source.events = {{EventKind::SourceStopped, kOk, 0, 30}};
     run.stream = {};
-    EXPECT_EQ(run.Judge(), Complaints{});
+    EXPECT_EQ(run.Judge(), Contradictions{});
     run.stream.completeUntil = kNever;
     EXPECT_EQ(run.Judge().size(), 2U) << "one that was seen and found empty has lost one";
 }
@@ -271,12 +271,12 @@ TEST(AnonymousEvents, AreTakenByTheCallThatHasLeastTime) {
     const std::vector<Slot> slots{{nullptr, EventKind::SourceStopped, 200},
                                   {&start, EventKind::SourceStarted, 201},
                                   {nullptr, EventKind::SourceStopped, 202}};
-    Complaints complaints;
-    AnonymousEvents(slots, EventKind::SourceStopped, {&longStop, &shortStop}, {}).Judge("stop", complaints);
-    EXPECT_EQ(complaints, Complaints{});
+    Contradictions contradictions;
+    AnonymousEvents(slots, EventKind::SourceStopped, {&longStop, &shortStop}, {}).Judge("stop", contradictions);
+    EXPECT_EQ(contradictions, Contradictions{});
     const Call secondShort{Op::Stop, kOk, 12, 13, 2};
-    AnonymousEvents(slots, EventKind::SourceStopped, {&secondShort, &shortStop}, {}).Judge("stop", complaints);
-    EXPECT_EQ(complaints.size(), 2U) << "nobody for the place behind the start, and no place for one of the two";
+    AnonymousEvents(slots, EventKind::SourceStopped, {&secondShort, &shortStop}, {}).Judge("stop", contradictions);
+    EXPECT_EQ(contradictions.size(), 2U) << "nobody for the place behind the start, and no place for one of the two";
 }
 
 }  // namespace

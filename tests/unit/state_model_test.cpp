@@ -12,7 +12,7 @@ namespace {
 
 using Calls = std::vector<Call>;
 
-Complaints JudgeStates(const Calls& calls) {
+Contradictions JudgeStates(const Calls& calls) {
     Coverage coverage;
     return StateModel(calls).Judge(coverage);
 }
@@ -167,10 +167,10 @@ TEST(StateModel, CoverageCountsOnlyWhatIsBeyondDoubt) {
     EXPECT_EQ(coverage.calls, 5U);
 }
 
-Complaints JudgeBalance(const Calls& calls, Object object) {
-    Complaints complaints;
-    QueueBalance(calls, StateModel(calls), object).Judge(complaints);
-    return complaints;
+Contradictions JudgeBalance(const Calls& calls, Object object) {
+    Contradictions contradictions;
+    QueueBalance(calls, StateModel(calls), object).Judge(contradictions);
+    return contradictions;
 }
 
 TEST(QueueBalance, AStartLeavesTwoEventsInTheSourceAndOneInTheStream) {

@@ -3,13 +3,13 @@
 #pragma once
 
 #include "support/com.h"
+#include "support/counted.h"
 
 #include <windows.h>
 
 #include <mfidl.h>
 #include <mfobjects.h>
 
-#include <atomic>
 #include <bit>
 #include <cstdint>
 #include <functional>
@@ -18,37 +18,6 @@
 #include <vector>
 
 namespace ravlo::test {
-
-/// IUnknown for one interface; born with one reference.
-template <class Interface>
-class Counted : public Interface {
-public:
-    Counted() = default;
-    Counted(const Counted&) = delete;
-    Counted& operator=(const Counted&) = delete;
-    virtual ~Counted() = default;
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-        *out = nullptr;
-        if (iid != IID_IUnknown && iid != __uuidof(Interface)) {
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        *out = static_cast<Interface*>(this);
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        const ULONG left = --m_references;
-        if (left == 0) {
-            delete this;
-        }
-        return left;
-    }
-
-private:
-    std::atomic<ULONG> m_references{1};
-};
 
 /// One operation of an attribute store, its arguments as numbers: pointers and references as addresses.
 struct StoreCall {

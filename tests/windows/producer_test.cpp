@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "account_lookups.h"
 #include "made_pipe.h"
 #include "pipe_objects.h"
 #include "support/import_hooks.h"
@@ -14,7 +15,6 @@ namespace {
 
 using OpenHook = RAVLO_HOOK(CreateFileW);
 using SleepHook = RAVLO_HOOK(Sleep);
-using LookupHook = RAVLO_HOOK(LookupAccountSidW);
 
 class Producer : public ::testing::Test {
 protected:
@@ -104,15 +104,7 @@ TEST_F(Producer, ConnectingAgainLetsGoOfTheOldConnection) {
 /// hook: a registry of one's own hides the real one.
 class ProducerOwner : public Producer {
 protected:
-    ProducerOwner() : m_lookups(ThisProgram()) { AnswerLookups(SidTypeUser); }
-    void AnswerLookups(SID_NAME_USE use) {
-        m_lookups.Replace(
-            [use](LPCWSTR, PSID, LPWSTR name, LPDWORD, LPWSTR domain, LPDWORD, PSID_NAME_USE found) -> BOOL {
-                *name = *domain = L'\0';
-                *found = use;
-                return TRUE;
-            });
-    }
+    ProducerOwner() : m_lookups(ThisProgram()) { AnswerLookups(m_lookups, SidTypeUser); }
     void ExpectRefused() {
         EXPECT_FALSE(m_producer.ConnectToServer(m_name.c_str(), 0));
         EXPECT_EQ(1307u, m_producer.LastError());
@@ -154,13 +146,13 @@ TEST_F(ProducerOwner, WithoutAnAnchorTheSamePipeIsAStrangers) {
     ExpectRefused();
     Relisten();
     m_anchor.Set(CurrentUserSid());
-    AnswerLookups(SidTypeGroup);
+    AnswerLookups(m_lookups, SidTypeGroup);
     ExpectRefused();
     Relisten();
     m_lookups.FailEvery(FALSE, ERROR_NONE_MAPPED);
     ExpectRefused();
     Relisten();
-    AnswerLookups(SidTypeUser);
+    AnswerLookups(m_lookups, SidTypeUser);
     ExpectAccepted(OwnerTrust::AuthorizedUser);
 }
 

@@ -1,6 +1,7 @@
 // What the reader makes of the anchor: refusals that are told once per run of failures, a warning, and the way back.
 #include <gtest/gtest.h>
 
+#include "account_lookups.h"
 #include "pipe_objects.h"
 #include "support/fixtures.h"
 #include "support/heap_faults.h"
@@ -11,7 +12,6 @@ namespace ravlo::test {
 namespace {
 
 using WaitHook = RAVLO_HOOK(WaitForSingleObject);
-using LookupHook = RAVLO_HOOK(LookupAccountSidW);
 
 constexpr wchar_t kStranger[] = L"S-1-5-21-111-222-333-1001";
 constexpr char kNotResolvable[] =
@@ -55,16 +55,6 @@ protected:
         EXPECT_EQ(1u, m_log.CountLines("FAIL PIPE "));
         EXPECT_FALSE(m_log.Contains("PIPE created "));
         EXPECT_FALSE(m_log.Contains("PIPE authorized user read"));
-    }
-    /// Every use an account lookup may report, by way of a hook.
-    void AnswerLookups(LookupHook& lookups, SID_NAME_USE use) {
-        lookups.Replace(
-            [use](LPCWSTR, PSID, LPWSTR name, LPDWORD, LPWSTR domain, LPDWORD, PSID_NAME_USE found) -> BOOL {
-                lstrcpyW(name, L"Someone");
-                lstrcpyW(domain, L"CORP");
-                *found = use;
-                return TRUE;
-            });
     }
 
     WaitHook m_waits;

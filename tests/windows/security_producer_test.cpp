@@ -1,6 +1,7 @@
 // A producer in front of pipes of every owner, under every anchor: into which one it writes.
 #include "pipe/pipe_producer.h"
 
+#include "account_lookups.h"
 #include "made_pipe.h"
 #include "pipe_objects.h"
 #include "security_descriptor.h"
@@ -13,7 +14,6 @@ namespace ravlo::test {
 namespace {
 
 using OpenHook = RAVLO_HOOK(CreateFileW);
-using LookupHook = RAVLO_HOOK(LookupAccountSidW);
 using SecurityHook = RAVLO_HOOK(GetSecurityInfo);
 
 constexpr wchar_t kUser[] = L"S-1-5-21-11-22-33-1001";
@@ -22,15 +22,7 @@ constexpr DWORD kInvalidOwner = 1307;
 /// An account database in which everybody of a domain is a user, unless a test says otherwise.
 class SecurityProducer : public AnchoredTest {
 protected:
-    SecurityProducer() : m_lookups(ThisProgram()) { AnswerLookups(SidTypeUser); }
-    void AnswerLookups(SID_NAME_USE use) {
-        m_lookups.Replace(
-            [use](LPCWSTR, PSID, LPWSTR name, LPDWORD, LPWSTR domain, LPDWORD, PSID_NAME_USE found) -> BOOL {
-                *name = *domain = L'\0';
-                *found = use;
-                return TRUE;
-            });
-    }
+    SecurityProducer() : m_lookups(ThisProgram()) { AnswerLookups(m_lookups, SidTypeUser); }
     void ExpectRefused() {
         RAVLO_HOOK(WriteFile) writes(ThisProgram());
         EXPECT_FALSE(m_producer.ConnectToServer(m_name.c_str(), 0));
@@ -131,7 +123,7 @@ TEST_F(SecurityProducer, AGroupIsNotTrustedThroughTheAnchorThatNamesIt) {
     m_anchor.Set(kUser);
     for (int use = SidTypeGroup; use <= 12; ++use) {
         SCOPED_TRACE(use);
-        AnswerLookups(static_cast<SID_NAME_USE>(use));
+        AnswerLookups(m_lookups, static_cast<SID_NAME_USE>(use));
         ExpectOf(kUser, OwnerTrust::Untrusted);
     }
     m_lookups.FailEvery(FALSE, ERROR_NONE_MAPPED);
