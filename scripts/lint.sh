@@ -13,7 +13,7 @@ while read -r folder; do
 done < <(x86_64-w64-mingw32-g++-posix -xc++ -E -v /dev/null 2>&1 |
     sed -n '/^#include </,/^End of search list/p' | grep 'c++' | sed 's/^ *//' | xargs -r realpath)
 
-if [ $# -gt 0 ]; then files=("$@"); else mapfile -t files < <(sources src tools | grep '\.cpp$'); fi
+if [ $# -gt 0 ]; then files=("$@"); else mapfile -t files < <(sources src tools sdk | grep '\.cpp$'); fi
 
 # tidy EXTRA-ARGUMENT FILE...: every file in a process of its own, as many at a time as there are processors.
 tidy() {

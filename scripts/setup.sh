@@ -9,7 +9,9 @@ packages=(
     binutils-mingw-w64-x86-64
     wine wine64                     # runs it
     googletest libgtest-dev libgmock-dev
-    libcli11-dev libstb-dev         # command lines and PNG files of the programs
+    libcli11-dev libstb-dev         # command lines, PNG and JPEG files of the programs
+    nlohmann-json3-dev              # what they print for machines
+    xvfb imagemagick                # a screen for the preview window, and pictures of it
     ffmpeg fonts-dejavu-core        # the demo's film
     clang-format clang-tidy gcovr
     clang libclang-rt-dev           # the fuzzers

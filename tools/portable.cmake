@@ -5,6 +5,7 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     common/command_line.cpp
     common/messages.cpp
     common/parse_text.cpp
+    common/test_card_stamp.cpp
     rvfeeder/camera_limits.cpp
     rvfeeder/frame_clock.cpp
     rvfeeder/frame_queue.cpp

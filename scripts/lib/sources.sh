@@ -5,4 +5,4 @@ sources() {
     (cd "$root" && find "$@" -type f \( -name '*.cpp' -o -name '*.h' \) | LC_ALL=C sort)
 }
 
-format_folders=(src include tools tests)
+format_folders=(src include tools sdk examples tests)

@@ -3,6 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ravlo/version.h"
+
 namespace ravlo::test {
 namespace {
 
@@ -27,31 +35,111 @@ TEST(ParseText, GeometriesThatNoStreamCanHaveAreRefused) {
     }
 }
 
-TEST(CommandLine, AMistypedOptionIsAnsweredWithTheNearestOne) {
-    CLI::App app;
-    bool loop = false;
-    int timeout = 0;
-    app.add_flag("--loop", loop);
-    app.add_option("--timeout", timeout);
-    EXPECT_EQ(NearestOption(app, "--lopo"), "--loop");
-    EXPECT_EQ(NearestOption(app, "--time-out"), "--timeout");
-    EXPECT_EQ(NearestOption(app, "--geometry"), "");
+TEST(CommandLine, AMistypedWordIsAnsweredWithTheNearestOne) {
+    const std::vector<std::string> known{"--loop", "--timeout"};
+    EXPECT_EQ(NearestWord(known, "--lopo"), "--loop");
+    EXPECT_EQ(NearestWord(known, "--time-out"), "--timeout");
+    EXPECT_EQ(NearestWord(known, "--geometry"), "");
 }
 
-TEST(CommandLine, WrongUsageEndsWithTwoAndHelpWithZero) {
-    CLI::App app;
+/// A program with one of each kind of option, and with two commands.
+class SampleProgram {
+public:
+    SampleProgram() {
+        m_line.Options().Flag("--loop", loop, "Begin again");
+        m_line.Options().Number("--count", "N", count, 1, 10, "How many (default 3)");
+        m_line.Options().Choice("--mode", mode, {"fast", "slow"}, "How");
+        OptionSet& install = m_line.Command("install", "Puts it there", "  program install --dll x\n");
+        install.Text("--dll", "FILE", dll, "What to install");
+        m_line.Command("uninstall", "Takes it away", "  program uninstall\n");
+    }
+
+    /// Exit code and what went to standard error; nothing as code when the program would go on.
+    std::optional<ExitCode> Run(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "program");
+        ::testing::internal::CaptureStderr();
+        ::testing::internal::CaptureStdout();
+        const auto code = m_line.Parse(arguments);
+        errors = ::testing::internal::GetCapturedStderr();
+        output = ::testing::internal::GetCapturedStdout();
+        return code;
+    }
+
+    std::string Chosen() const { return m_line.ChosenCommand(); }
+
     bool loop = false;
-    SetUpCommandLine(app, "program", "  program --loop\n");
-    app.add_flag("--loop", loop);
+    std::int64_t count = 3;
+    std::string mode;
+    std::string dll;
+    std::string errors;
+    std::string output;
+
+private:
+    CommandLine m_line{"program", "Does things.", "  program --loop\n      Again and again\n"};
+};
+
+TEST(CommandLine, HelpAndVersionGoToStandardOutputAndEndWithZero) {
+    SampleProgram help;
+    EXPECT_EQ(help.Run({"--help"}), ExitCode::Ok);
+    EXPECT_NE(help.output.find("Examples:\n  program --loop\n      Again and again\n"), std::string::npos)
+        << help.output;
+    EXPECT_EQ(help.errors, "");
+    SampleProgram version;
+    EXPECT_EQ(version.Run({"--version"}), ExitCode::Ok);
+    EXPECT_EQ(version.output, "program " RAVLO_VERSION "\n");
+    SampleProgram command;
+    EXPECT_EQ(command.Run({"install", "--help"}), ExitCode::Ok);
+    EXPECT_NE(command.output.find("--dll"), std::string::npos) << command.output;
+}
+
+TEST(CommandLine, WrongUsageEndsWithTwoAndSaysWhatWasMeant) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{"--lop"}, "unknown option --lop; did you mean --loop?"},
+        {{"--lop=1"}, "unknown option --lop; did you mean --loop?"},
+        {{"--geometry"}, "unknown option --geometry"},
+        {{"isntall"}, "unknown command isntall; did you mean install?"},
+        {{"install", "--dlll", "x"}, "unknown option --dlll; did you mean --dll?"},
+        {{"install", "more"}, "what is \"more\" for? Nothing more was expected here"},
+    };
+    for (const auto& [arguments, sentence] : cases) {
+        SampleProgram program;
+        EXPECT_EQ(program.Run(arguments), ExitCode::Usage) << sentence;
+        EXPECT_EQ(program.errors, "ravlo: " + sentence + "\nravlo: try --help\n");
+    }
+}
+
+TEST(CommandLine, AMistypedOptionExplainsWhatIsMissing) {
+    CommandLine line("program", "Does things.", "  program x\n");
+    std::string input;
+    line.Options().Positional("input", input, true, "What to read");
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(ParseCommandLine(app, {"program", "--lop"}), ExitCode::Usage);
+    EXPECT_EQ(line.Parse({"program", "--hlep"}), ExitCode::Usage);
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-              "ravlo: unknown option --lop; did you mean --loop?\nravlo: try --help\n");
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(ParseCommandLine(app, {"program", "--help"}), ExitCode::Ok);
-    EXPECT_NE(::testing::internal::GetCapturedStdout().find("Examples:\n  program --loop"), std::string::npos);
-    EXPECT_EQ(ParseCommandLine(app, {"program", "--loop"}), std::nullopt);
-    EXPECT_TRUE(loop);
+              "ravlo: unknown option --hlep; did you mean --help?\nravlo: try --help\n");
+}
+
+TEST(CommandLine, ValuesOutsideTheirRangeNameTheOptionAndEndWithTwo) {
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {"--count", "0"}, {"--count", "11"}, {"--count", "x"}, {"--count"}, {"--count", "1", "--count", "2"}}) {
+        SampleProgram program;
+        EXPECT_EQ(program.Run(arguments), ExitCode::Usage);
+        EXPECT_NE(program.errors.find("--count"), std::string::npos) << program.errors;
+    }
+    SampleProgram program;
+    EXPECT_EQ(program.Run({"--mode", "medium"}), ExitCode::Usage);
+    EXPECT_NE(program.errors.find("--mode"), std::string::npos) << program.errors;
+}
+
+TEST(CommandLine, WhatWasGivenArrivesAndTheRestStays) {
+    SampleProgram program;
+    EXPECT_EQ(program.Run({"--loop", "install", "--dll", "a b.dll"}), std::nullopt);
+    EXPECT_TRUE(program.loop);
+    EXPECT_EQ(program.count, 3);
+    EXPECT_EQ(program.dll, "a b.dll");
+    EXPECT_EQ(program.Chosen(), "install");
+    SampleProgram bare;
+    EXPECT_EQ(bare.Run({}), std::nullopt);
+    EXPECT_EQ(bare.Chosen(), "");
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "common/command_line.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
@@ -10,6 +12,8 @@
 
 namespace ravlo {
 namespace {
+
+constexpr std::size_t kHelpColumn = 34;
 
 /// Single-character insertions, deletions and replacements that turn one word into the other.
 std::size_t EditDistance(const std::string& left, const std::string& right) {
@@ -27,61 +31,161 @@ std::size_t EditDistance(const std::string& left, const std::string& right) {
     return row.back();
 }
 
+void SetUp(CLI::App& app, const std::string& examples) {
+    app.set_help_flag("-h,--help", "Show this help and end");
+    app.footer("Examples:\n" + examples);
+    app.get_formatter()->column_width(kHelpColumn);
+}
+
+/// The command whose arguments were being read when a mistake was found, or the program itself.
+const CLI::App& Innermost(const CLI::App& app) {
+    const auto chosen = app.get_subcommands();
+    return chosen.empty() ? app : *chosen.front();
+}
+
+std::vector<std::string> OptionNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options()) {
+        for (const std::string& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return names;
+}
+
+std::vector<std::string> CommandNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : app.get_subcommands(nullptr)) {
+        names.push_back(command->get_name());
+    }
+    return names;
+}
+
+std::string DidYouMean(const std::string& nearest) {
+    return nearest.empty() ? std::string() : "; did you mean " + nearest + "?";
+}
+
+/// A check of the range that leaves its description to the option's own help.
+template <class Value>
+CLI::Validator Within(Value low, Value high) {
+    return CLI::Range(low, high).description("");
+}
+
+/// What was not understood, said in terms of what could have been meant.
+std::string DescribeExtra(const CLI::App& program, const std::string& extra) {
+    const CLI::App& app = Innermost(program);
+    const std::string word = extra.substr(0, extra.find('='));
+    if (word.starts_with('-')) {
+        return "unknown option " + word + DidYouMean(NearestWord(OptionNames(app), word));
+    }
+    const std::vector<std::string> commands = CommandNames(app);
+    if (!commands.empty()) {
+        return "unknown command " + word + DidYouMean(NearestWord(commands, word));
+    }
+    return "what is \"" + word + "\" for? Nothing more was expected here";
+}
+
 std::string DescribeParseError(const CLI::App& app, const CLI::ParseError& error) {
-    const auto unknown = app.remaining();
-    if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr || unknown.empty()) {
-        return error.what();
-    }
-    const std::string word = unknown.front().substr(0, unknown.front().find('='));
-    if (!word.starts_with('-')) {
-        return "what is \"" + word + "\" for? Nothing more was expected here";
-    }
-    const std::string nearest = NearestOption(app, word);
-    return "unknown option " + word + (nearest.empty() ? std::string() : "; did you mean " + nearest + "?");
+    const auto extras = app.remaining(true);
+    // The parser looks for what is missing first; a mistyped option is the better explanation for that.
+    const bool isAboutWords = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr ||
+                              dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    return isAboutWords && !extras.empty() ? DescribeExtra(app, extras.front()) : error.what();
 }
 
 }  // namespace
 
-void SetUpCommandLine(CLI::App& app, const std::string& program, const std::string& examples) {
-    app.name(program);
-    app.set_version_flag("--version", program + " " + RAVLO_VERSION, "Show the version and end");
-    app.set_help_flag("-h,--help", "Show this help and end");
-    app.footer("Examples:\n" + examples);
-    app.get_formatter()->column_width(34);
+void OptionSet::Flag(const std::string& names, bool& value, const std::string& help) {
+    m_app.add_flag(names, value, help)->group(m_group);
 }
 
-std::string NearestOption(const CLI::App& app, const std::string& mistyped) {
-    constexpr std::size_t kFarthest = 3;  // beyond that the guess is more confusing than none
-    std::string nearest;
-    std::size_t best = kFarthest + 1;
-    for (const CLI::Option* option : app.get_options()) {
-        for (const std::string& name : option->get_lnames()) {
-            const std::size_t distance = EditDistance("--" + name, mistyped);
-            if (distance < best) {
-                best = distance;
-                nearest = "--" + name;
-            }
-        }
+void OptionSet::Text(const std::string& names, const std::string& valueName, std::string& value,
+                     const std::string& help) {
+    m_app.add_option(names, value, help)->type_name(valueName)->group(m_group);
+}
+
+void OptionSet::Texts(const std::string& names, const std::string& valueName, std::vector<std::string>& values,
+                      const std::string& help) {
+    m_app.add_option(names, values, help)->type_name(valueName)->group(m_group)->allow_extra_args(false);
+}
+
+void OptionSet::Number(const std::string& names, const std::string& valueName, std::int64_t& value, std::int64_t low,
+                       std::int64_t high, const std::string& help) {
+    m_app.add_option(names, value, help)->check(Within(low, high))->type_name(valueName)->group(m_group);
+}
+
+void OptionSet::Decimal(const std::string& names, const std::string& valueName, double& value, double low, double high,
+                        const std::string& help) {
+    m_app.add_option(names, value, help)->check(Within(low, high))->type_name(valueName)->group(m_group);
+}
+
+void OptionSet::Choice(const std::string& names, std::string& value, const std::vector<std::string>& choices,
+                       const std::string& help) {
+    std::string list;
+    for (const std::string& choice : choices) {
+        list += (list.empty() ? "" : "|") + choice;
     }
-    return nearest;
+    m_app.add_option(names, value, help)->check(CLI::IsMember(choices).description(""))->type_name(list)->group(m_group);
 }
 
-std::optional<ExitCode> ParseCommandLine(CLI::App& app, std::vector<std::string> arguments) {
+void OptionSet::Positional(const std::string& valueName, std::string& value, bool required, const std::string& help) {
+    m_app.add_option(valueName, value, help)->type_name("")->required(required);
+}
+
+CommandLine::CommandLine(const std::string& program, const std::string& summary, const std::string& examples)
+    : m_app(std::make_unique<CLI::App>(summary, program)), m_options(*m_app) {
+    SetUp(*m_app, examples);
+    m_app->set_version_flag("--version", program + " " + RAVLO_VERSION, "Show the version and end");
+    m_app->require_subcommand(0, 1);
+}
+
+CommandLine::~CommandLine() = default;
+
+OptionSet& CommandLine::Command(const std::string& name, const std::string& summary, const std::string& examples) {
+    CLI::App* const command = m_app->add_subcommand(name, summary);
+    SetUp(*command, examples);
+    return m_commands.emplace_back(*command);
+}
+
+std::optional<ExitCode> CommandLine::Parse(std::vector<std::string> arguments) {
     if (!arguments.empty()) {
         arguments.erase(arguments.begin());
     }
     std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
     try {
-        app.parse(arguments);
+        m_app->parse(arguments);
         return std::nullopt;
     } catch (const CLI::Success& answered) {
-        app.exit(answered);
+        m_app->exit(answered);
         return ExitCode::Ok;
     } catch (const CLI::ParseError& error) {
-        Say(DescribeParseError(app, error));
-        Say("try --help");
-        return ExitCode::Usage;
+        return WrongUsage(DescribeParseError(*m_app, error));
     }
+}
+
+std::string CommandLine::ChosenCommand() const {
+    const auto chosen = m_app->get_subcommands();
+    return chosen.empty() ? std::string() : chosen.front()->get_name();
+}
+
+ExitCode WrongUsage(const std::string& sentence) {
+    Say(sentence);
+    Say("try --help");
+    return ExitCode::Usage;
+}
+
+std::string NearestWord(const std::vector<std::string>& known, const std::string& mistyped) {
+    constexpr std::size_t kFarthest = 3;  // beyond that the guess is more confusing than none
+    std::string nearest;
+    std::size_t best = kFarthest + 1;
+    for (const std::string& word : known) {
+        const std::size_t distance = EditDistance(word, mistyped);
+        if (distance < best) {
+            best = distance;
+            nearest = word;
+        }
+    }
+    return nearest;
 }
 
 }  // namespace ravlo

@@ -64,4 +64,22 @@ std::optional<FrameGeometry> ParseGeometry(std::string_view text) noexcept {
     return geometry;
 }
 
+std::optional<PipeName> ParsePipeName(std::string_view text) noexcept {
+    if (text.empty()) {
+        return PipeNameForPid(0);
+    }
+    PipeName name;
+    if (text.size() >= kPipeNameCapacity) {
+        return std::nullopt;
+    }
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        name.text[i] = static_cast<unsigned char>(text[i]);
+    }
+    return RvIsRavloPipeName(name.text) ? std::optional(name) : std::nullopt;
+}
+
+std::string WhyNoPipeName(std::string_view text) {
+    return "\"" + std::string(text) + "\" is no frame pipe: \\\\.\\pipe\\Ravlo, or that with a dot and a number";
+}
+
 }  // namespace ravlo

@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
+#include "pipe/pipe_name.h"
 #include "stream/geometry.h"
 
 namespace ravlo {
@@ -27,5 +29,12 @@ std::optional<NumberPair> ParseRate(std::string_view text) noexcept;
 
 /// "1280x720@30/1" or "1280x720@30". Nothing when the text has another form or no NV12 stream can have that geometry.
 std::optional<FrameGeometry> ParseGeometry(std::string_view text) noexcept;
+
+/// A frame-pipe name as the user types it, such as \\.\pipe\Ravlo.7; empty text is the default name. Nothing for a name
+/// that no camera ever serves.
+std::optional<PipeName> ParsePipeName(std::string_view text) noexcept;
+
+/// What is wrong with a name that ParsePipeName does not take, as a sentence.
+std::string WhyNoPipeName(std::string_view text);
 
 }  // namespace ravlo

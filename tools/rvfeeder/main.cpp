@@ -1,17 +1,15 @@
 #include <windows.h>
 
-#include <cstdio>
-#include <exception>
-#include <new>
+#include <cstdint>
 #include <optional>
 #include <string>
 
 #include "common/command_line.h"
-#include "common/console_message.h"
 #include "common/exit_codes.h"
 #include "common/interrupt.h"
 #include "common/messages.h"
 #include "common/parse_text.h"
+#include "common/program.h"
 #include "common/wide_text.h"
 #include "pipe/pipe_name.h"
 #include "rvfeeder/camera_limits.h"
@@ -37,28 +35,27 @@ struct RawArguments {
     std::string rate;
     std::string pipe;
     double timeoutSeconds = 0;
-    DWORD writeTimeoutMs = 500;
+    std::int64_t writeTimeoutMs = 500;
     bool loop = false;
 };
 
-void DeclareOptions(CLI::App& app, RawArguments& raw) {
-    app.add_option("input", raw.input, "Y4M or raw NV12 file, or - for standard input")->required();
-    app.add_option("--size", raw.size, "The input is raw NV12 of this size, such as 1280x720");
-    app.add_option("--rate", raw.rate, "Frames a second of a raw input, such as 30 or 30000/1001");
-    app.add_option("--pipe", raw.pipe, "The camera's frame pipe (default \\\\.\\pipe\\Ravlo)");
-    app.add_option("--timeout", raw.timeoutSeconds, "Give up after this many seconds without a camera (default: never)")
-        ->check(CLI::Range(0.1, 1e6));
-    app.add_option("--write-timeout-ms", raw.writeTimeoutMs,
-                   "Longest time one frame may take to send, up to 1000 (default 500)")
-        ->check(CLI::Range(1, kLongestWriteMs));
-    app.add_flag("--loop", raw.loop, "Begin again at the end of a file");
+void DeclareOptions(OptionSet& options, RawArguments& raw) {
+    options.Positional("input", raw.input, true, "Y4M or raw NV12 file, or - for standard input");
+    options.Text("--size", "WxH", raw.size, "The input is raw NV12 of this size, such as 1280x720");
+    options.Text("--rate", "N/D", raw.rate, "Frames a second of a raw input, such as 30 or 30000/1001");
+    options.Text("--pipe", "NAME", raw.pipe, "The camera's frame pipe (default \\\\.\\pipe\\Ravlo)");
+    options.Decimal("--timeout", "SECONDS", raw.timeoutSeconds, 0.1, 1e6,
+                    "Give up after this time without a camera (default: never)");
+    options.Number("--write-timeout-ms", "MS", raw.writeTimeoutMs, 1, kLongestWriteMs,
+                   "Longest time one frame may take to send, up to 1000 (default 500)");
+    options.Flag("--loop", raw.loop, "Begin again at the end of a file");
 }
 
 /// Checks what the parser cannot; a sentence when something is wrong.
 std::optional<std::string> Interpret(const RawArguments& raw, FeederOptions& options) {
     options.input = raw.input;
     options.loop = raw.loop;
-    options.writeTimeoutMs = raw.writeTimeoutMs;
+    options.writeTimeoutMs = static_cast<DWORD>(raw.writeTimeoutMs);
     options.pipeName = raw.pipe.empty() ? std::wstring(PipeNameForPid(0).text) : ToWide(raw.pipe);
     if (!RvIsRavloPipeName(options.pipeName.c_str())) {
         return "\"" + raw.pipe + "\" is no frame pipe: \\\\.\\pipe\\Ravlo, or that with a dot and a number";
@@ -84,18 +81,16 @@ std::optional<std::string> Interpret(const RawArguments& raw, FeederOptions& opt
 }
 
 ExitCode Main() {
-    NameMessages("rvfeeder", WriteConsoleMessage);
-    CLI::App app("Sends video frames to a Ravlo camera through its frame pipe, at the video's own pace.");
-    SetUpCommandLine(app, "rvfeeder", kExamples);
+    CommandLine commandLine(
+        "rvfeeder", "Sends video frames to a Ravlo camera through its frame pipe, at the video's own pace.", kExamples);
     RawArguments raw;
-    DeclareOptions(app, raw);
-    if (const auto ended = ParseCommandLine(app, Utf8Arguments())) {
+    DeclareOptions(commandLine.Options(), raw);
+    if (const auto ended = commandLine.Parse(Utf8Arguments())) {
         return *ended;
     }
     FeederOptions options{};
     if (const auto wrong = Interpret(raw, options)) {
-        Say(*wrong);
-        return ExitCode::Usage;
+        return WrongUsage(*wrong);
     }
     const Interrupt interrupt;
     return Feed(options, interrupt);
@@ -105,15 +100,5 @@ ExitCode Main() {
 }  // namespace ravlo
 
 int main() {
-    int code = static_cast<int>(ravlo::ExitCode::Failure);
-    try {
-        code = static_cast<int>(ravlo::Main());
-    } catch (const std::bad_alloc&) {
-        ravlo::Say("out of memory");
-    } catch (const std::exception& error) {
-        ravlo::Say(error.what());
-    }
-    // Ends at once even if the input thread is still stuck in a read; returning would run destructors under it.
-    std::fflush(nullptr);
-    ExitProcess(static_cast<UINT>(code));
+    ravlo::RunProgram("rvfeeder", ravlo::Main);
 }

@@ -1,17 +1,16 @@
 #include <windows.h>
 
+#include <cstdint>
 #include <cstdio>
-#include <exception>
-#include <new>
 #include <optional>
 #include <string>
 
 #include "common/command_line.h"
-#include "common/console_message.h"
 #include "common/exit_codes.h"
 #include "common/interrupt.h"
 #include "common/messages.h"
 #include "common/parse_text.h"
+#include "common/program.h"
 #include "common/wide_text.h"
 #include "pipe/pipe_name.h"
 #include "platform/sid.h"
@@ -33,31 +32,30 @@ struct RawArguments {
     std::string pipe;
     std::string dll;
     double seconds = 0;
-    std::uint64_t frames = 0;
+    std::int64_t frames = 0;
     std::string pictures;
     std::string contactSheet;
     std::int64_t everyMs = 1000;
-    std::uint32_t pictureWidth = 320;
+    std::int64_t pictureWidth = 320;
     std::string samplesCsv;
     bool printUserSid = false;
 };
 
-void DeclareOptions(CLI::App& app, RawArguments& raw) {
-    app.add_option("--geometry", raw.geometry,
-                   "Size and rate to ask for, such as 1280x720@30/1 (default: the camera's own)");
-    app.add_option("--pipe", raw.pipe, "The frame pipe that the camera shall serve, such as \\\\.\\pipe\\Ravlo.7");
-    app.add_option("--dll", raw.dll, "Use this file instead of the registered camera");
-    app.add_option("--seconds", raw.seconds, "End after this time (default: at Ctrl+C)")->check(CLI::Range(0.1, 1e6));
-    app.add_option("--frames", raw.frames, "End after this many samples")->check(CLI::Range(1, 1000000000));
-    app.add_option("--pictures", raw.pictures, "Write small PNG pictures into this folder");
-    app.add_option("--contact-sheet", raw.contactSheet,
-                   "Write the pictures, up to 600 of them, side by side into this PNG file");
-    app.add_option("--every-ms", raw.everyMs, "Time between two pictures (default 1000)")
-        ->check(CLI::Range(1, 3600000));
-    app.add_option("--picture-width", raw.pictureWidth, "Width of a picture in pixels (default 320)")
-        ->check(CLI::Range(16, 4096));
-    app.add_option("--samples-csv", raw.samplesCsv, "Write one line a sample into this file");
-    app.add_flag("--print-user-sid", raw.printUserSid, "Print the SID of the user who runs this, and end");
+void DeclareOptions(OptionSet& options, RawArguments& raw) {
+    options.Text("--geometry", "WxH@N/D", raw.geometry,
+                 "Size and rate to ask for, such as 1280x720@30/1 (default: the camera's own)");
+    options.Text("--pipe", "NAME", raw.pipe,
+                 "The frame pipe that the camera shall serve, such as \\\\.\\pipe\\Ravlo.7");
+    options.Text("--dll", "FILE", raw.dll, "Use this file instead of the registered camera");
+    options.Decimal("--seconds", "SECONDS", raw.seconds, 0.1, 1e6, "End after this time (default: at Ctrl+C)");
+    options.Number("--frames", "COUNT", raw.frames, 1, 1000000000, "End after this many samples");
+    options.Text("--pictures", "FOLDER", raw.pictures, "Write small PNG pictures into this folder");
+    options.Text("--contact-sheet", "FILE", raw.contactSheet,
+                 "Write the pictures, up to 600 of them, side by side into this PNG file");
+    options.Number("--every-ms", "MS", raw.everyMs, 1, 3600000, "Time between two pictures (default 1000)");
+    options.Number("--picture-width", "PIXELS", raw.pictureWidth, 16, 4096, "Width of a picture (default 320)");
+    options.Text("--samples-csv", "FILE", raw.samplesCsv, "Write one line a sample into this file");
+    options.Flag("--print-user-sid", raw.printUserSid, "Print the SID of the user who runs this, and end");
 }
 
 /// Checks what the parser cannot; a sentence when something is wrong.
@@ -79,12 +77,12 @@ std::optional<std::string> Interpret(const RawArguments& raw, HostOptions& optio
         options.lengthMs = static_cast<std::int64_t>(raw.seconds * 1000);
     }
     if (raw.frames > 0) {
-        options.frames = raw.frames;
+        options.frames = static_cast<std::uint64_t>(raw.frames);
     }
     options.pictureDirectory = raw.pictures;
     options.contactSheet = raw.contactSheet;
     options.pictureEveryMs = raw.everyMs;
-    options.pictureWidth = raw.pictureWidth;
+    options.pictureWidth = static_cast<std::uint32_t>(raw.pictureWidth);
     options.samplesCsv = raw.samplesCsv;
     return std::nullopt;
 }
@@ -100,14 +98,14 @@ ExitCode PrintUserSid() {
 }
 
 ExitCode Main() {
-    NameMessages("rvhost", WriteConsoleMessage);
-    CLI::App app(
+    CommandLine commandLine(
+        "rvhost",
         "Runs a Ravlo camera without the camera service: activates it in this process, pulls its samples and "
-        "says what they were.");
-    SetUpCommandLine(app, "rvhost", kExamples);
+        "says what they were.",
+        kExamples);
     RawArguments raw;
-    DeclareOptions(app, raw);
-    if (const auto ended = ParseCommandLine(app, Utf8Arguments())) {
+    DeclareOptions(commandLine.Options(), raw);
+    if (const auto ended = commandLine.Parse(Utf8Arguments())) {
         return *ended;
     }
     if (raw.printUserSid) {
@@ -115,8 +113,7 @@ ExitCode Main() {
     }
     HostOptions options{};
     if (const auto wrong = Interpret(raw, options)) {
-        Say(*wrong);
-        return ExitCode::Usage;
+        return WrongUsage(*wrong);
     }
     const Interrupt interrupt;
     return RunHost(options, interrupt);
@@ -126,15 +123,5 @@ ExitCode Main() {
 }  // namespace ravlo
 
 int main() {
-    int code = static_cast<int>(ravlo::ExitCode::Failure);
-    try {
-        code = static_cast<int>(ravlo::Main());
-    } catch (const std::bad_alloc&) {
-        ravlo::Say("out of memory");
-    } catch (const std::exception& error) {
-        ravlo::Say(error.what());
-    }
-    // Ends at once even if the pulling thread is still stuck in a read; returning would run destructors under it.
-    std::fflush(nullptr);
-    ExitProcess(static_cast<UINT>(code));
+    ravlo::RunProgram("rvhost", ravlo::Main);
 }

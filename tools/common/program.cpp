@@ -1,0 +1,28 @@
+#include "common/program.h"
+
+#include <windows.h>
+
+#include <cstdio>
+#include <exception>
+#include <new>
+
+#include "common/console.h"
+#include "common/messages.h"
+
+namespace ravlo {
+
+void RunProgram(const char* name, ExitCode (*body)()) {
+    ExitCode code = ExitCode::Failure;
+    NameMessages(name, WriteConsoleMessage);
+    try {
+        code = body();
+    } catch (const std::bad_alloc&) {
+        Say("out of memory");
+    } catch (const std::exception& error) {
+        Say(error.what());
+    }
+    std::fflush(nullptr);
+    ExitProcess(static_cast<UINT>(code));
+}
+
+}  // namespace ravlo
