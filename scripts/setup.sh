@@ -11,8 +11,9 @@ packages=(
     googletest libgtest-dev libgmock-dev
     libcli11-dev libstb-dev         # command lines, PNG and JPEG files of the programs
     nlohmann-json3-dev              # what they print for machines
-    xvfb imagemagick                # a screen for the preview window, and pictures of it
+    xvfb imagemagick fonts-wine     # a screen for the preview window, and pictures of it
     ffmpeg fonts-dejavu-core        # the demo's film
+    pkgconf                         # how others find the producer library
     clang-format clang-tidy gcovr
     clang libclang-rt-dev           # the fuzzers
 )

@@ -20,13 +20,13 @@
  * given beyond its own return. Texts are UTF-8.
  */
 
+/* NOLINTBEGIN(modernize-deprecated-headers, modernize-use-using): this is C as well */
+
 #include <stddef.h>
 #include <stdint.h>
 
 /* Define RAVLO_PRODUCER_DLL to use ravloproducer.dll; without it the static library is meant. */
-#if defined(RAVLO_PRODUCER_BUILDS_DLL)
-#define RAVLO_PRODUCER_API __declspec(dllexport)
-#elif defined(RAVLO_PRODUCER_DLL)
+#if defined(RAVLO_PRODUCER_DLL)
 #define RAVLO_PRODUCER_API __declspec(dllimport)
 #else
 #define RAVLO_PRODUCER_API
@@ -58,7 +58,7 @@ typedef struct ravlo_demand {
     uint64_t sequence; /* 1 for the first record of this camera, then one more for each; a gap is a record lost */
     uint64_t idle_ms;  /* since the last sample was asked for, at most 3600000; 3600000 also when none ever was */
     uint64_t requests; /* samples asked for since the camera was last started */
-    uint64_t age_ms;   /* how long ago this record came; below 2000 */
+    uint64_t age_ms;   /* since a call of ravlo_producer_read_demand took this record; below 2000 */
 } ravlo_demand;
 
 /*
@@ -83,14 +83,15 @@ RAVLO_PRODUCER_API ravlo_status ravlo_producer_connect(ravlo_producer* producer,
 /* Closes the connection; the producer can connect again. */
 RAVLO_PRODUCER_API void ravlo_producer_disconnect(ravlo_producer* producer);
 
-/* 1 while connected, else 0. A camera that has gone away is noticed by the next write, not by this. */
+/* 1 while connected, else 0, also for NULL. A camera that has gone away is noticed by the next write, not by this. */
 RAVLO_PRODUCER_API int ravlo_producer_is_connected(const ravlo_producer* producer);
 
 /*
  * Sends one packed NV12 picture: `height` rows of `width` luma bytes, then `height` / 2 rows of interleaved chroma,
  * ravlo_frame_bytes(width, height) bytes in all. Blocks until the camera has taken it or `timeout_ms` has passed.
  * RAVLO_OK, RAVLO_INVALID_ARGUMENT (nothing was sent and the connection stays), or RAVLO_DISCONNECTED, RAVLO_TIMED_OUT,
- * RAVLO_SYSTEM_ERROR: the connection is closed then, because a picture cut short cannot be taken back.
+ * RAVLO_SYSTEM_ERROR: the connection is closed then, because a picture cut short cannot be taken back. A `timeout_ms` of
+ * 0 can only end in RAVLO_TIMED_OUT.
  */
 RAVLO_PRODUCER_API ravlo_status ravlo_producer_write(ravlo_producer* producer, uint32_t width, uint32_t height,
                                                      const void* nv12, uint32_t timeout_ms);
@@ -103,18 +104,26 @@ RAVLO_PRODUCER_API ravlo_status ravlo_producer_write_planes(ravlo_producer* prod
                                                             const void* luma, size_t luma_stride, const void* chroma,
                                                             size_t chroma_stride, uint32_t timeout_ms);
 
-/* Number of the next picture, as the camera's log shows it. Begins with 1 and counts what was written or tried. */
+/*
+ * Number of the next picture, as the camera's log shows it. Begins with 1 and counts every picture of which a part may
+ * have been sent, over all connections; what was refused beforehand (RAVLO_INVALID_ARGUMENT, no connection) takes none.
+ * 0 for NULL.
+ */
 RAVLO_PRODUCER_API uint64_t ravlo_producer_next_sequence(const ravlo_producer* producer);
 
 /*
  * The newest record of the camera's demand. Never waits: it takes what has come since the last call, and opens the
  * demand pipe when that is due (at most twice a second), so call it a few times a second or with every picture.
- * RAVLO_OK, RAVLO_INVALID_ARGUMENT, or RAVLO_NO_DEMAND: then nothing is known and every picture is wanted. Needs no
- * frame connection.
+ * RAVLO_OK, RAVLO_INVALID_ARGUMENT, or RAVLO_NO_DEMAND: then nothing is known and every picture is wanted, and
+ * ravlo_producer_system_error says why the demand pipe is closed, 0 meaning that it is open and silent. Zeroes `demand`
+ * unless the result is RAVLO_OK. Needs no frame connection; a record does not outlive the connection it came by.
  */
 RAVLO_PRODUCER_API ravlo_status ravlo_producer_read_demand(ravlo_producer* producer, ravlo_demand* demand);
 
-/* The operating system's error code behind the last result that was not RAVLO_OK; 0 when there is none. */
+/*
+ * The operating system's error code behind this producer's last result that was not RAVLO_OK; 0 when there is none, and
+ * for NULL.
+ */
 RAVLO_PRODUCER_API uint32_t ravlo_producer_system_error(const ravlo_producer* producer);
 
 /* What a result means, as a sentence part such as "no camera serves this pipe". Never NULL; lives for ever. */
@@ -129,5 +138,7 @@ RAVLO_PRODUCER_API const char* ravlo_producer_version(void);
 #ifdef __cplusplus
 }
 #endif
+
+/* NOLINTEND(modernize-deprecated-headers, modernize-use-using) */
 
 #endif

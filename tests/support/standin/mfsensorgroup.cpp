@@ -6,8 +6,9 @@
 
 #include "platform/sensor_profile.h"
 
-#include <atomic>
-#include <cstring>
+#include "object.h"
+
+#include <cstddef>
 #include <map>
 #include <new>
 #include <string>
@@ -16,45 +17,11 @@
 
 namespace {
 
+using ravlo::standin::Object;
+
 bool SameProfile(const SENSORPROFILEID& left, const SENSORPROFILEID& right) {
     return IsEqualGUID(left.Type, right.Type) && left.Index == right.Index;
 }
-
-// IUnknown for one interface; the object is born with one reference.
-template <class Interface>
-class Object : public Interface {
-public:
-    Object() = default;
-    Object(const Object&) = delete;
-    Object& operator=(const Object&) = delete;
-    virtual ~Object() = default;
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-        if (!out) {
-            return E_POINTER;
-        }
-        *out = nullptr;
-        if (!IsEqualGUID(iid, __uuidof(IUnknown)) && !IsEqualGUID(iid, __uuidof(Interface))) {
-            return E_NOINTERFACE;
-        }
-        *out = static_cast<Interface*>(this);
-        this->AddRef();
-        return S_OK;
-    }
-
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
-
-    ULONG STDMETHODCALLTYPE Release() override {
-        const ULONG left = --m_references;
-        if (left == 0) {
-            delete this;
-        }
-        return left;
-    }
-
-private:
-    std::atomic<ULONG> m_references{1};
-};
 
 class Profile final : public Object<IMFSensorProfile> {
 public:
