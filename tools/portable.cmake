@@ -7,11 +7,30 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     common/parse_text.cpp
     common/test_card_stamp.cpp
     rvfeeder/camera_limits.cpp
+    rvfeeder/command_schedule.cpp
+    rvfeeder/connection_history.cpp
+    rvfeeder/demand_hint.cpp
+    rvfeeder/demand_policy.cpp
+    rvfeeder/feed_statistics.cpp
+    rvfeeder/feed_status.cpp
+    rvfeeder/feed_status_json.cpp
     rvfeeder/frame_clock.cpp
     rvfeeder/frame_queue.cpp
+    rvfeeder/input_kind.cpp
+    rvfeeder/input_options.cpp
+    rvfeeder/input_path.cpp
+    rvfeeder/input_reader.cpp
+    rvfeeder/jpeg_check.cpp
     rvfeeder/nv12_convert.cpp
+    rvfeeder/options.cpp
+    rvfeeder/picture_flow.cpp
     rvfeeder/picture_input.cpp
     rvfeeder/raw_reader.cpp
+    rvfeeder/report_writer.cpp
+    rvfeeder/still_decode.cpp
+    rvfeeder/still_reader.cpp
+    rvfeeder/test_card.cpp
+    rvfeeder/test_card_canvas.cpp
     rvfeeder/y4m_reader.cpp
     rvhost/contact_sheet.cpp
     rvhost/picture_kind.cpp
@@ -25,8 +44,19 @@ set(RAVLO_PORTABLE_TOOL_TESTS
     camera_limits
     command_line
     frame_clock
+    input_options
+    input_reader
     picture
+    picture_flow
     picture_input
     picture_worker
+    report_writer
+    rvfeeder_connection
+    rvfeeder_demand
+    rvfeeder_options
+    rvfeeder_status
     sample_statistics
+    still_reader
+    test_card
+    test_card_stamp
     y4m_reader)

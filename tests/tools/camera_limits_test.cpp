@@ -22,5 +22,22 @@ TEST(CameraLimits, AThousandFramesASecondAreTheMost) {
     EXPECT_NE(WhyBeyondCamera({4, 2, 999'999'999, 999'999}), std::nullopt);
 }
 
+TEST(CameraLimits, ASizeThatNv12CannotHaveComesWithTheNearestThatItCan) {
+    EXPECT_EQ(WhyNoPictureSize(640, 480), std::nullopt);
+    EXPECT_EQ(WhyNoPictureSize(2, 16384), std::nullopt);
+    const std::string beginning = "the camera takes even sizes from 2x2 to 16384x16384, but this input is ";
+    const std::string middle = "; crop or scale it first, for example with ffmpeg -vf scale=";
+    EXPECT_EQ(WhyNoPictureSize(641, 480), beginning + "641x480" + middle + "640:480");
+    EXPECT_EQ(WhyNoPictureSize(1, 1), beginning + "1x1" + middle + "2:2");
+    EXPECT_EQ(WhyNoPictureSize(20'000, 33), beginning + "20000x33" + middle + "16384:32");
+}
+
+TEST(CameraLimits, AnExpectedSizeIsMetByNoOther) {
+    EXPECT_EQ(WhyUnexpected({1280, 720, 30, 1}, {1280, 720}), std::nullopt);
+    EXPECT_EQ(WhyUnexpected({720, 1280, 30, 1}, {1280, 720}),
+              "the input is 720x1280, but --expect says 1280x720; scale it first, for example with ffmpeg -vf "
+              "scale=1280:720");
+}
+
 }  // namespace
 }  // namespace ravlo::test

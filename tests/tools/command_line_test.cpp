@@ -48,6 +48,7 @@ public:
     SampleProgram() {
         m_line.Options().Flag("--loop", loop, "Begin again");
         m_line.Options().Number("--count", "N", count, 1, 10, "How many (default 3)");
+        m_line.Options().Decimal("--share", "X", share, 0.1, 0.5, "How much");
         m_line.Options().Choice("--mode", mode, {"fast", "slow"}, "How");
         OptionSet& install = m_line.Command("install", "Puts it there", "  program install --dll x\n");
         install.Text("--dll", "FILE", dll, "What to install");
@@ -69,6 +70,7 @@ public:
 
     bool loop = false;
     std::int64_t count = 3;
+    double share = 0.2;
     std::string mode;
     std::string dll;
     std::string errors;
@@ -118,16 +120,36 @@ TEST(CommandLine, AMistypedOptionExplainsWhatIsMissing) {
               "ravlo: unknown option --hlep; did you mean --help?\nravlo: try --help\n");
 }
 
-TEST(CommandLine, ValuesOutsideTheirRangeNameTheOptionAndEndWithTwo) {
-    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-             {"--count", "0"}, {"--count", "11"}, {"--count", "x"}, {"--count"}, {"--count", "1", "--count", "2"}}) {
+TEST(CommandLine, WrongValuesAreAnsweredInWords) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{"--count", "0"}, "--count: \"0\" is no whole number from 1 to 10"},
+        {{"--count", "11"}, "--count: \"11\" is no whole number from 1 to 10"},
+        {{"--count", "1.5"}, "--count: \"1.5\" is no whole number from 1 to 10"},
+        {{"--count", "99999999999999999999"}, "--count: \"99999999999999999999\" is no whole number from 1 to 10"},
+        {{"--count"}, "--count needs a value: N"},
+        {{"--count", "1", "--count", "2"}, "--count is given more than once"},
+        {{"--share", "nan"}, "--share: \"nan\" is no number from 0.1 to 0.5"},
+        {{"--share", "0.6"}, "--share: \"0.6\" is no number from 0.1 to 0.5"},
+        {{"--share", "0.2s"}, "--share: \"0.2s\" is no number from 0.1 to 0.5"},
+        {{"--mode", "medium"}, "--mode: \"medium\" is none of fast|slow"},
+        {{"--loop=maybe"}, "--loop takes no value"},
+        {{"install", "--dll"}, "--dll needs a value: FILE"},
+        {{"install", "--dll", "a", "--dll", "b"}, "--dll is given more than once"},
+        {{"--dll", "a", "install"}, "--dll belongs behind install"},
+    };
+    for (const auto& [arguments, sentence] : cases) {
         SampleProgram program;
-        EXPECT_EQ(program.Run(arguments), ExitCode::Usage);
-        EXPECT_NE(program.errors.find("--count"), std::string::npos) << program.errors;
+        EXPECT_EQ(program.Run(arguments), ExitCode::Usage) << sentence;
+        EXPECT_EQ(program.errors, "ravlo: " + sentence + "\nravlo: try --help\n");
     }
+}
+
+TEST(CommandLine, HelpHasOneBlankLineBetweenItsSections) {
     SampleProgram program;
-    EXPECT_EQ(program.Run({"--mode", "medium"}), ExitCode::Usage);
-    EXPECT_NE(program.errors.find("--mode"), std::string::npos) << program.errors;
+    program.Run({"--help"});
+    EXPECT_EQ(program.output.find("\n\n\n"), std::string::npos) << program.output;
+    EXPECT_NE(program.output.find("Usage: program [OPTIONS] [COMMAND]\n"), std::string::npos) << program.output;
+    EXPECT_NE(program.output.find("\n\nCommands:\n  install "), std::string::npos) << program.output;
 }
 
 TEST(CommandLine, WhatWasGivenArrivesAndTheRestStays) {

@@ -88,6 +88,18 @@ TEST(FrameClock, AnInputThatCameLateStartsTheClockAnewInsteadOfABurst) {
     EXPECT_EQ(clock.Judge(late, late).wait, 400'000);
 }
 
+TEST(FrameClock, AfterAPauseThatWasMeantTheNextFrameIsDueAtOnceAndNoneInABurst) {
+    FrameClock clock(25, 1);
+    clock.Judge(kStart, kStart);
+    clock.Advance();
+    clock.Restart();
+    const std::int64_t back = kStart + 123'456'789;
+    EXPECT_EQ(clock.Judge(back, kStart).kind, Kind::Send);
+    clock.Advance();
+    EXPECT_EQ(clock.Judge(back, kStart).wait, 400'000);
+    EXPECT_EQ(clock.Restarts(), 0U);
+}
+
 TEST(FrameClock, ThousandsOfFramesOverAnUnevenInputNeverComeFasterThanTheRate) {
     FrameClock clock(60, 1);
     std::int64_t now = kStart;

@@ -63,6 +63,7 @@ TEST(PictureInput, ALoopOverNothingEndsInsteadOfSpinning) {
     PictureInput input(OpenerOf(""), true, 2);
     ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
     EXPECT_EQ(Next(input), "END");
+    EXPECT_EQ(input.Error(), "the input is empty");
 }
 
 TEST(PictureInput, ALoopOverAnInputThatChangedItsSizeEnds) {
@@ -99,7 +100,8 @@ TEST(PictureInput, WholePicturesBeforeABrokenOneAreDeliveredAndTheErrorIsKept) {
     ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
     EXPECT_EQ(Next(input), "aaaaaa");
     EXPECT_EQ(Next(input), "END");
-    EXPECT_EQ(input.Error(), "the input ends inside picture 2: 3 of 6 bytes; is --size right?");
+    EXPECT_EQ(input.Error(),
+              "the input ends inside picture 2: 3 bytes are left over, a 2x2 picture has 6; is --size right?");
 }
 
 TEST(PictureInput, AnInputThatCannotBeOpenedSaysWhy) {

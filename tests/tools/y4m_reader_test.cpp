@@ -18,12 +18,25 @@ Y4mReader Reader(std::string bytes, std::size_t chunk = 1000) {
     return Y4mReader(std::make_unique<MemorySource>(std::move(bytes), chunk));
 }
 
+/// A file: its length is known from the start.
+class FileLikeSource final : public ByteSource {
+public:
+    FileLikeSource(std::string bytes, std::uint64_t total) : m_memory(std::move(bytes)), m_total(total) {}
+    std::size_t Read(std::uint8_t* buffer, std::size_t length) override { return m_memory.Read(buffer, length); }
+    std::optional<std::uint64_t> TotalBytes() const noexcept override { return m_total; }
+
+private:
+    MemorySource m_memory;
+    std::uint64_t m_total;
+};
+
 using Picture = std::vector<std::uint8_t>;
 
 TEST(Y4mHeader, SizeAndRateAreTakenFromTheLine) {
     const Y4mHeader header = ParseY4mHeader("YUV4MPEG2 W1280 H720 F30000:1001 Ip A1:1 C420jpeg XYSCSS=420JPEG");
     EXPECT_EQ(header.geometry, (FrameGeometry{1280, 720, 30000, 1001}));
     EXPECT_FALSE(header.fullRange);
+    EXPECT_EQ(header.pixelAspect, (NumberPair{1, 1}));
 }
 
 TEST(Y4mHeader, EveryEightBit420LayoutAndAMissingOneAreAccepted) {
@@ -41,13 +54,22 @@ TEST(Y4mHeader, OtherColourLayoutsAreRefusedWithAWayOut) {
     }
 }
 
+TEST(Y4mHeader, ALayoutThatOnlyTheExtensionNamesCounts) {
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2 F25:1 XYSCSS=420MPEG2"), "");
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2 F25:1 XYSCSS=422"),
+              "the camera takes 8-bit 4:2:0 pictures, but this Y4M stream is C422; convert it first, for example with "
+              "ffmpeg -pix_fmt yuv420p");
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W4 H2 F25:1 XYSCSS=422 C420jpeg"), "");
+}
+
 TEST(Y4mHeader, SizesThatNv12CannotHaveAreRefused) {
     EXPECT_EQ(HeaderError("YUV4MPEG2 W641 H480 F25:1"),
-              "the camera takes even sizes from 2x2 to 16384x16384, but this Y4M stream is 641x480");
+              "the camera takes even sizes from 2x2 to 16384x16384, but this input is 641x480; crop or scale it first, "
+              "for example with ffmpeg -vf scale=640:480");
     EXPECT_NE(HeaderError("YUV4MPEG2 W640 H481 F25:1"), "");
     EXPECT_NE(HeaderError("YUV4MPEG2 W16386 H480 F25:1"), "");
-    EXPECT_NE(HeaderError("YUV4MPEG2 H480 F25:1"), "");
-    EXPECT_NE(HeaderError("YUV4MPEG2 W0 H480 F25:1"), "");
+    EXPECT_EQ(HeaderError("YUV4MPEG2 H480 F25:1"), "the Y4M header names no width");
+    EXPECT_EQ(HeaderError("YUV4MPEG2 W640 H0 F25:1"), "the Y4M header names no height");
     EXPECT_EQ(HeaderError("YUV4MPEG2 W12x H480 F25:1"), "the Y4M header has a width that is no number: \"12x\"");
     EXPECT_NE(HeaderError("YUV4MPEG2 W H480 F25:1"), "");
     EXPECT_NE(HeaderError("YUV4MPEG2 W99999999999 H480 F25:1"), "");
@@ -89,6 +111,14 @@ TEST(Y4mHeader, FullRangeIsNoticed) {
     EXPECT_FALSE(ParseY4mHeader("YUV4MPEG2 W4 H2 F25:1 XCOLORRANGE=LIMITED").fullRange);
 }
 
+TEST(Y4mHeader, ThePixelAspectIsTakenAndAnUnknownOneCountsAsSquare) {
+    EXPECT_EQ(ParseY4mHeader("YUV4MPEG2 W4 H2 F25:1 A64:45").pixelAspect, (NumberPair{64, 45}));
+    for (const char* aspect : {"A0:0", "A", "A1", "A:", "Ax:y", "A1:0"}) {
+        const std::string line = std::string("YUV4MPEG2 W4 H2 F25:1 ") + aspect;
+        EXPECT_EQ(ParseY4mHeader(line).pixelAspect, (NumberPair{1, 1})) << aspect;
+    }
+}
+
 TEST(Y4mHeader, SomethingElseIsNoY4m) {
     const char* const sentence =
         "the input is no Y4M stream: it does not begin with YUV4MPEG2 (for raw NV12 give --size and --rate)";
@@ -108,10 +138,31 @@ TEST(Y4mReader, PlanarPicturesBecomeNv12AndTheStreamEnds) {
     EXPECT_FALSE(reader.ReadPicture(picture));
 }
 
-TEST(Y4mReader, AStreamWithoutPicturesIsEmptyButProper) {
+TEST(Y4mReader, FullRangePicturesBecomeLimited) {
+    Y4mReader reader = Reader("YUV4MPEG2 W4 H2 F25:1 XCOLORRANGE=FULL\nFRAME\n" + std::string("\0\x40\x80\xff", 4) +
+                              std::string("\1\x7f\xc0\xfe", 4) + std::string("\0\x80\x7f\xff", 4));
+    Picture picture(12);
+    ASSERT_TRUE(reader.ReadPicture(picture));
+    EXPECT_EQ(picture, (Picture{16, 71, 126, 235, 17, 125, 181, 234, 16, 127, 128, 240}));
+}
+
+TEST(Y4mReader, AStreamWithoutPicturesSaysSo) {
     Y4mReader reader = Reader("YUV4MPEG2 W4 H2 F25:1\n");
     Picture picture(12);
-    EXPECT_FALSE(reader.ReadPicture(picture));
+    EXPECT_EQ(InputErrorOf([&] { reader.ReadPicture(picture); }),
+              "the Y4M stream holds no picture: nothing follows its header");
+}
+
+TEST(Y4mReader, AFileWithoutOneWholePictureIsRefusedBeforeAnythingIsShown) {
+    const std::string whole = "YUV4MPEG2 W4 H2 F25:1\nFRAME\nabcdefghUVXY";
+    const auto errorOf = [&whole](std::size_t length) {
+        const std::string bytes = whole.substr(0, length);
+        return InputErrorOf([&bytes] { Y4mReader reader(std::make_unique<FileLikeSource>(bytes, bytes.size())); });
+    };
+    EXPECT_EQ(errorOf(22), "the Y4M stream holds no picture: nothing follows its header");
+    EXPECT_EQ(errorOf(23), "the Y4M stream ends inside picture 1");
+    EXPECT_EQ(errorOf(39), "the Y4M stream ends inside picture 1");
+    EXPECT_EQ(errorOf(40), "");
 }
 
 TEST(Y4mReader, AStreamThatEndsInsideAPictureSaysWhich) {
@@ -177,12 +228,31 @@ TEST(RawReader, PicturesFollowEachOtherWithoutMarkers) {
     EXPECT_FALSE(reader.ReadPicture(picture));
 }
 
-TEST(RawReader, APartialPictureIsRefused) {
+TEST(RawReader, APartialPictureAtTheEndIsNotShownAndItsBytesAreCounted) {
     RawReader reader(std::make_unique<MemorySource>("abcdefABCD"), {2, 2, 30, 1});
     Picture picture(6);
     ASSERT_TRUE(reader.ReadPicture(picture));
     EXPECT_EQ(InputErrorOf([&] { reader.ReadPicture(picture); }),
-              "the input ends inside picture 2: 4 of 6 bytes; is --size right?");
+              "the input ends inside picture 2: 4 bytes are left over, a 2x2 picture has 6; is --size right?");
+}
+
+TEST(RawReader, AnEmptyInputSaysSo) {
+    RawReader reader(std::make_unique<MemorySource>(""), {2, 2, 30, 1});
+    Picture picture(6);
+    EXPECT_EQ(InputErrorOf([&] { reader.ReadPicture(picture); }), "the input is empty");
+}
+
+TEST(RawReader, AFileWithoutOneWholePictureIsRefusedBeforeAnythingIsRead) {
+    const auto errorOf = [](std::uint64_t bytes) {
+        return InputErrorOf([bytes] {
+            RawReader reader(std::make_unique<FileLikeSource>("", bytes), FrameGeometry{1280, 720, 30, 1});
+        });
+    };
+    EXPECT_EQ(errorOf(0), "the input is empty");
+    EXPECT_EQ(errorOf(5),
+              "the input has 5 bytes, less than one picture: a 1280x720 picture has 1382400; is --size right?");
+    EXPECT_NE(errorOf(1'382'399), "");
+    EXPECT_EQ(errorOf(1'382'400), "");
 }
 
 }  // namespace

@@ -3,9 +3,12 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstddef>
 #include <cstdio>
 #include <numeric>
+#include <system_error>
 
 #include "common/messages.h"
 #include "ravlo/version.h"
@@ -65,10 +68,47 @@ std::string DidYouMean(const std::string& nearest) {
     return nearest.empty() ? std::string() : "; did you mean " + nearest + "?";
 }
 
-/// A check of the range that leaves its description to the option's own help.
-template <class Value>
-CLI::Validator Within(Value low, Value high) {
-    return CLI::Range(low, high).description("");
+/// A check of one value: `problem` says what is wrong with the text, or nothing.
+template <class Problem>
+CLI::Validator Check(Problem problem) {
+    CLI::Validator validator;
+    validator.operation([problem](std::string& text) { return problem(text); });
+    return validator;
+}
+
+CLI::Validator WholeNumberWithin(std::int64_t low, std::int64_t high) {
+    return Check([low, high](const std::string& text) {
+        std::int64_t value = 0;
+        const char* const end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, value);
+        if (error == std::errc() && stop == end && value >= low && value <= high) {
+            return std::string();
+        }
+        return "\"" + text + "\" is no whole number from " + std::to_string(low) + " to " + std::to_string(high);
+    });
+}
+
+CLI::Validator NumberWithin(double low, double high) {
+    return Check([low, high](const std::string& text) {
+        double value = 0;
+        const char* const end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, value);
+        if (error == std::errc() && stop == end && value >= low && value <= high) {  // which "nan" is not
+            return std::string();
+        }
+        std::array<char, 64> range{};
+        std::snprintf(range.data(), range.size(), "%.9g to %.9g", low, high);
+        return "\"" + text + "\" is no number from " + range.data();
+    });
+}
+
+CLI::Validator OneOf(const std::vector<std::string>& choices, const std::string& list) {
+    return Check([choices, list](const std::string& text) {
+        if (std::find(choices.begin(), choices.end(), text) != choices.end()) {
+            return std::string();
+        }
+        return "\"" + text + "\" is none of " + list;
+    });
 }
 
 /// What was not understood, said in terms of what could have been meant.
@@ -76,7 +116,9 @@ std::string DescribeExtra(const CLI::App& program, const std::string& extra) {
     const CLI::App& app = Innermost(program);
     const std::string word = extra.substr(0, extra.find('='));
     if (word.starts_with('-')) {
-        return "unknown option " + word + DidYouMean(NearestWord(OptionNames(app), word));
+        const std::string nearest = NearestWord(OptionNames(app), word);
+        return nearest == word ? word + " belongs behind " + app.get_name()
+                               : "unknown option " + word + DidYouMean(nearest);
     }
     const std::vector<std::string> commands = CommandNames(app);
     if (!commands.empty()) {
@@ -85,12 +127,49 @@ std::string DescribeExtra(const CLI::App& program, const std::string& extra) {
     return "what is \"" + word + "\" for? Nothing more was expected here";
 }
 
+/// The option that an error is about stands at the begin of its text.
+std::string OptionOf(const CLI::ParseError& error) {
+    const std::string text = error.what();
+    return text.substr(0, text.find(':'));
+}
+
 std::string DescribeParseError(const CLI::App& app, const CLI::ParseError& error) {
     const auto extras = app.remaining(true);
     // The parser looks for what is missing first; a mistyped option is the better explanation for that.
-    const bool isAboutWords = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr ||
-                              dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
-    return isAboutWords && !extras.empty() ? DescribeExtra(app, extras.front()) : error.what();
+    const bool isMissing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    if ((isMissing || dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) && !extras.empty()) {
+        return DescribeExtra(app, extras.front());
+    }
+    if (const CLI::Option* const option = Innermost(app).get_option_no_throw(OptionOf(error));
+        option != nullptr && dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+        if (option->get_expected_max() == 0) {
+            return option->get_name() + " takes no value";
+        }
+        return option->count() > 1 ? option->get_name() + " is given more than once"
+                                   : option->get_name() + " needs a value: " + option->get_type_name();
+    }
+    if (dynamic_cast<const CLI::ConversionError*>(&error) != nullptr) {
+        const std::string text = error.what();  // "Could not convert: --json = maybe"
+        const std::size_t begin = text.find("--");
+        if (begin != std::string::npos) {
+            return text.substr(begin, text.find(' ', begin) - begin) + " takes no value";
+        }
+    }
+    return error.what();
+}
+
+/// The parser puts one blank line or several between its sections, as its version has it; here it is always one.
+std::string WithSingleBlankLines(const std::string& help) {
+    std::string text;
+    for (const char c : help) {
+        if (c != '\n' || !text.ends_with("\n\n")) {
+            text += c;
+        }
+    }
+    while (text.ends_with("\n\n")) {
+        text.pop_back();
+    }
+    return text;
 }
 
 }  // namespace
@@ -111,12 +190,12 @@ void OptionSet::Texts(const std::string& names, const std::string& valueName, st
 
 void OptionSet::Number(const std::string& names, const std::string& valueName, std::int64_t& value, std::int64_t low,
                        std::int64_t high, const std::string& help) {
-    m_app.add_option(names, value, help)->check(Within(low, high))->type_name(valueName)->group(m_group);
+    m_app.add_option(names, value, help)->check(WholeNumberWithin(low, high))->type_name(valueName)->group(m_group);
 }
 
 void OptionSet::Decimal(const std::string& names, const std::string& valueName, double& value, double low, double high,
                         const std::string& help) {
-    m_app.add_option(names, value, help)->check(Within(low, high))->type_name(valueName)->group(m_group);
+    m_app.add_option(names, value, help)->check(NumberWithin(low, high))->type_name(valueName)->group(m_group);
 }
 
 void OptionSet::Choice(const std::string& names, std::string& value, const std::vector<std::string>& choices,
@@ -125,7 +204,7 @@ void OptionSet::Choice(const std::string& names, std::string& value, const std::
     for (const std::string& choice : choices) {
         list += (list.empty() ? "" : "|") + choice;
     }
-    m_app.add_option(names, value, help)->check(CLI::IsMember(choices).description(""))->type_name(list)->group(m_group);
+    m_app.add_option(names, value, help)->check(OneOf(choices, list))->type_name(list)->group(m_group);
 }
 
 void OptionSet::Positional(const std::string& valueName, std::string& value, bool required, const std::string& help) {
@@ -137,12 +216,14 @@ CommandLine::CommandLine(const std::string& program, const std::string& summary,
     SetUp(*m_app, examples);
     m_app->set_version_flag("--version", program + " " + RAVLO_VERSION, "Show the version and end");
     m_app->require_subcommand(0, 1);
+    m_app->get_formatter()->label("SUBCOMMAND", "COMMAND");
 }
 
 CommandLine::~CommandLine() = default;
 
 OptionSet& CommandLine::Command(const std::string& name, const std::string& summary, const std::string& examples) {
     CLI::App* const command = m_app->add_subcommand(name, summary);
+    command->group("Commands");
     SetUp(*command, examples);
     return m_commands.emplace_back(*command);
 }
@@ -155,6 +236,9 @@ std::optional<ExitCode> CommandLine::Parse(std::vector<std::string> arguments) {
     try {
         m_app->parse(arguments);
         return std::nullopt;
+    } catch (const CLI::CallForHelp&) {
+        std::fputs(WithSingleBlankLines(m_app->help()).c_str(), stdout);
+        return ExitCode::Ok;
     } catch (const CLI::Success& answered) {
         m_app->exit(answered);
         return ExitCode::Ok;

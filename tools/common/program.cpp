@@ -8,6 +8,7 @@
 
 #include "common/console.h"
 #include "common/messages.h"
+#include "common/program_error.h"
 
 namespace ravlo {
 
@@ -16,6 +17,9 @@ void RunProgram(const char* name, ExitCode (*body)()) {
     NameMessages(name, WriteConsoleMessage);
     try {
         code = body();
+    } catch (const ProgramError& error) {
+        Say(error.what());
+        code = error.Code();
     } catch (const std::bad_alloc&) {
         Say("out of memory");
     } catch (const std::exception& error) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 
 namespace ravlo {
@@ -22,6 +23,9 @@ public:
 
     /// Waits for at least one byte and reads at most `length`. 0 is the end. Throws InputError.
     virtual std::size_t Read(std::uint8_t* buffer, std::size_t length) = 0;
+
+    /// How many bytes there are from the beginning to the end; nothing when only the end will tell, as with a pipe.
+    virtual std::optional<std::uint64_t> TotalBytes() const noexcept { return std::nullopt; }
 
     /// Reads until `length` bytes are there or the input ends; returns how many there are. Throws InputError.
     std::size_t ReadFully(std::uint8_t* buffer, std::size_t length) {

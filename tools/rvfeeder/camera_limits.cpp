@@ -1,5 +1,6 @@
 #include "rvfeeder/camera_limits.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace ravlo {
@@ -8,11 +9,25 @@ namespace {
 /// Beyond it the camera ignores a requested geometry.
 constexpr std::uint64_t kMostFramesPerSecond = 1000;
 
+/// The largest even number that is not above `edge`, within what a picture may have.
+std::uint32_t NearestEdge(std::uint32_t edge) {
+    return std::clamp(edge / 2 * 2, 2U, std::uint32_t{kMaxFrameDimension});
+}
+
 std::string SizeText(const FrameGeometry& geometry) {
     return std::to_string(geometry.width) + "x" + std::to_string(geometry.height);
 }
 
 }  // namespace
+
+std::optional<std::string> WhyNoPictureSize(std::uint32_t width, std::uint32_t height) {
+    if (IsValidGeometry({width, height, 1, 1})) {
+        return std::nullopt;
+    }
+    const std::string edges = std::to_string(NearestEdge(width)) + ":" + std::to_string(NearestEdge(height));
+    return "the camera takes even sizes from 2x2 to 16384x16384, but this input is " + std::to_string(width) + "x" +
+           std::to_string(height) + "; crop or scale it first, for example with ffmpeg -vf scale=" + edges;
+}
 
 std::optional<std::string> WhyBeyondCamera(const FrameGeometry& geometry) {
     if (FrameBytes(geometry) > FrameBytes(kLargestGeometry)) {
@@ -25,6 +40,16 @@ std::optional<std::string> WhyBeyondCamera(const FrameGeometry& geometry) {
                std::to_string(geometry.rateDenominator);
     }
     return std::nullopt;
+}
+
+std::optional<std::string> WhyUnexpected(const FrameGeometry& geometry, const NumberPair& expected) {
+    if (geometry.width == expected.first && geometry.height == expected.second) {
+        return std::nullopt;
+    }
+    const std::string width = std::to_string(expected.first);
+    const std::string height = std::to_string(expected.second);
+    return "the input is " + SizeText(geometry) + ", but --expect says " + width + "x" + height +
+           "; scale it first, for example with ffmpeg -vf scale=" + width + ":" + height;
 }
 
 }  // namespace ravlo

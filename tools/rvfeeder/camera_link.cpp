@@ -1,7 +1,6 @@
 #include "rvfeeder/camera_link.h"
 
-#include <algorithm>
-#include <utility>
+#include <stdexcept>
 
 #include "common/clock.h"
 #include "common/messages.h"
@@ -10,36 +9,42 @@
 namespace ravlo {
 namespace {
 
-constexpr std::int64_t kRetry = 50 * kTicksPerMs;
-/// A camera that drops this producer again and again is not asked more often than this.
-constexpr std::int64_t kRetryWhenUnwelcome = kTicksPerSecond;
 /// A pipe is busy or missing for a moment after every disconnect; only what lasts is worth a line.
 constexpr std::int64_t kReportAfter = 500 * kTicksPerMs;
-/// A connection that breaks sooner than this was most likely refused for what was sent.
-constexpr std::int64_t kQuickLoss = 500 * kTicksPerMs;
-constexpr unsigned kQuickLossesUntilHint = 3;
 
-std::string DescribeConnectError(DWORD error, const std::string& pipe) {
-    switch (error) {
-        case ERROR_FILE_NOT_FOUND:
+std::string DescribeConnectStatus(ravlo_status status, const std::string& pipe, std::uint32_t error) {
+    switch (status) {
+        case RAVLO_NO_CAMERA:
             return "waiting for the camera: nothing serves " + pipe + " yet";
-        case ERROR_PIPE_BUSY:
+        case RAVLO_BUSY:
             return "waiting for the camera: " + pipe + " is taken by another producer or not listening yet";
-        case ERROR_ACCESS_DENIED:
-            return pipe + " does not admit this account: run as the authorized user or as SYSTEM";
-        case ERROR_INVALID_OWNER:
+        case RAVLO_ACCESS_DENIED:
             return pipe +
-                   " is owned by an account that is neither the camera service nor the authorized user; "
-                   "no frame is sent to it";
+                   " does not admit this account; \"rvsetup install --me\", run as administrator, makes it the "
+                   "authorized user, and \"rvsetup doctor\" tells who is. Trying again until it does";
+        case RAVLO_UNTRUSTED_OWNER:
+            return pipe +
+                   " is owned by an account that is neither the camera service nor the authorized user; no frame is "
+                   "sent to it. \"rvsetup doctor\" tells more. Trying again until the camera serves it";
         default:
-            return "cannot open " + pipe + ": " + SystemErrorText(error);
+            return "cannot open " + pipe + ": " + ravlo_status_text(status) + ", " + SystemErrorText(error);
     }
+}
+
+std::string SizeText(const FrameGeometry& geometry) {
+    return std::to_string(geometry.width) + "x" + std::to_string(geometry.height);
 }
 
 }  // namespace
 
-CameraLink::CameraLink(std::wstring pipeName, DWORD writeTimeoutMs)
-    : m_pipeName(std::move(pipeName)), m_writeTimeoutMs(writeTimeoutMs), m_absentSince(SteadyTicks()) {
+CameraLink::CameraLink(const std::string& pipe, std::uint32_t writeTimeoutMs)
+    : m_pipe(pipe), m_writeTimeoutMs(writeTimeoutMs), m_absentSince(SteadyTicks()) {
+    ravlo_producer* producer = nullptr;
+    const ravlo_status status = ravlo_producer_open(pipe.c_str(), &producer);
+    m_producer.reset(producer);
+    if (status != RAVLO_OK) {
+        throw std::runtime_error(std::string("cannot make a producer for ") + pipe + ": " + ravlo_status_text(status));
+    }
 }
 
 bool CameraLink::TryConnect(std::int64_t now) {
@@ -49,72 +54,92 @@ bool CameraLink::TryConnect(std::int64_t now) {
     if (now < m_nextTry) {
         return false;
     }
-    m_nextTry = now + RetryInterval();
-    if (!m_producer.ConnectToServer(m_pipeName.c_str(), 0)) {
-        KeepConnectError(m_producer.LastError());
+    m_nextTry = now + m_history.RetryInterval();
+    const ravlo_status status = ravlo_producer_connect(m_producer.get(), 0);
+    if (status != RAVLO_OK) {
+        KeepConnectStatus(status);
         ReportConnectFailure(now);
         return false;
     }
-    ++m_connections;
-    m_connectedAt = now;
-    m_connectError = 0;
-    m_reportedError = 0;
-    if (m_quickLosses < kQuickLossesUntilHint) {
-        Say("connected to " + ToUtf8(m_pipeName) + ", owner: " + OwnerTrustWord(m_producer.Owner()));
+    m_history.Connected(now);
+    m_connectStatus = RAVLO_OK;
+    m_reportedStatus = RAVLO_OK;
+    if (!m_history.IsUnwelcome()) {
+        Say("connected to " + m_pipe);
     }
     return true;
 }
 
-bool CameraLink::Send(const FrameHeader& header, const void* payload, std::int64_t now) {
-    const WriteOutcome outcome = m_producer.WriteFrame(header, payload, m_writeTimeoutMs);
-    const std::int64_t end = SteadyTicks();
-    m_longestWrite = std::max(m_longestWrite, end - now);
-    if (outcome == WriteOutcome::Ok) {
-        if (end - m_connectedAt > kQuickLoss) {
-            m_quickLosses = 0;
-        }
+bool CameraLink::Send(const FrameGeometry& geometry, const void* nv12, std::int64_t now) {
+    const ravlo_status status =
+        ravlo_producer_write(m_producer.get(), geometry.width, geometry.height, nv12, m_writeTimeoutMs);
+    if (status == RAVLO_OK) {
+        m_history.FrameTaken();
         return true;
     }
-    Lose(outcome, header, end);
+    Lose(status, geometry, now);
     return false;
 }
 
-std::int64_t CameraLink::AbsentFor(std::int64_t now) const noexcept {
-    return IsConnected() ? 0 : now - m_absentSince;
+std::optional<CameraDemand> CameraLink::ReadDemand() {
+    ravlo_demand demand{};
+    if (ravlo_producer_read_demand(m_producer.get(), &demand) != RAVLO_OK) {
+        return std::nullopt;
+    }
+    return CameraDemand{demand.sequence, demand.idle_ms, demand.requests};
 }
 
-std::int64_t CameraLink::RetryInterval() const noexcept {
-    return m_quickLosses < kQuickLossesUntilHint ? kRetry : kRetryWhenUnwelcome;
+void CameraLink::Leave(std::int64_t now) {
+    if (IsConnected()) {
+        ravlo_producer_disconnect(m_producer.get());
+        m_absentSince = now;
+        m_nextTry = now;
+    }
 }
 
-void CameraLink::KeepConnectError(DWORD error) noexcept {
+void CameraLink::KeepConnectStatus(ravlo_status status) noexcept {
     // A pipe that was opened and closed again for its owner stays busy until that owner looks, which is no news.
-    if (error != ERROR_PIPE_BUSY || m_connectError != ERROR_INVALID_OWNER) {
-        m_connectError = error;
+    if (status != RAVLO_BUSY || m_connectStatus != RAVLO_UNTRUSTED_OWNER) {
+        m_connectStatus = status;
     }
 }
 
 void CameraLink::ReportConnectFailure(std::int64_t now) {
-    const bool mayPass = m_connectError == ERROR_FILE_NOT_FOUND || m_connectError == ERROR_PIPE_BUSY;
-    if (m_connectError != m_reportedError && (!mayPass || AbsentFor(now) >= kReportAfter)) {
-        m_reportedError = m_connectError;
-        Say(DescribeConnectError(m_connectError, ToUtf8(m_pipeName)));
+    // A camera that hangs up while its owner is being looked at has no owner at that moment.
+    const bool mayPass =
+        m_connectStatus == RAVLO_NO_CAMERA || m_connectStatus == RAVLO_BUSY || m_connectStatus == RAVLO_UNTRUSTED_OWNER;
+    if (m_connectStatus != m_reportedStatus && (!mayPass || AbsentFor(now) >= kReportAfter)) {
+        m_reportedStatus = m_connectStatus;
+        Say(DescribeConnectStatus(m_connectStatus, m_pipe, ravlo_producer_system_error(m_producer.get())));
     }
 }
 
-void CameraLink::Lose(WriteOutcome outcome, const FrameHeader& header, std::int64_t now) {
-    const DWORD error = m_producer.LastError();
-    m_producer.Disconnect();
+std::string CameraLink::DescribeLoss(ravlo_status status, std::uint32_t error) const {
+    switch (status) {
+        case RAVLO_DISCONNECTED:
+            return "it has closed the connection";
+        case RAVLO_TIMED_OUT:
+            return "it has not taken a picture within " + std::to_string(m_writeTimeoutMs) + " ms";
+        default:
+            return std::string(ravlo_status_text(status)) + ", " + SystemErrorText(error);
+    }
+}
+
+void CameraLink::Lose(ravlo_status status, const FrameGeometry& geometry, std::int64_t now) {
+    const std::uint32_t error = ravlo_producer_system_error(m_producer.get());
+    ravlo_producer_disconnect(m_producer.get());
     m_absentSince = now;
-    m_quickLosses = now - m_connectedAt <= kQuickLoss ? m_quickLosses + 1 : 0;
-    m_nextTry = now + RetryInterval();
-    if (m_quickLosses < kQuickLossesUntilHint) {
-        Say(std::string("lost the camera: ") + WriteOutcomeWord(outcome) + ", " + SystemErrorText(error) +
-            "; connecting again");
-    } else if (m_quickLosses == kQuickLossesUntilHint) {
-        Say("the camera drops every connection at once: most likely it was started with a smaller picture than the " +
-            std::to_string(header.width) + "x" + std::to_string(header.height) +
-            " sent here; trying once a second from now on");
+    const bool isHintDue = m_history.Lost(now);
+    m_nextTry = now + m_history.RetryInterval();
+    if (!m_history.IsUnwelcome()) {
+        Say("lost the camera: " + DescribeLoss(status, error) + "; connecting again");
+    }
+    if (isHintDue) {
+        const std::string size = SizeText(geometry);
+        Say("the camera drops every connection at once: most likely its pictures are smaller than the " + size +
+            " sent here, and it takes none that are longer than its own. Start the camera with " + size +
+            " or convert the input (--expect WxH refuses a wrong size up front); \"rvsetup doctor\" and the camera's "
+            "log tell more. Trying once a second from now on");
     }
 }
 

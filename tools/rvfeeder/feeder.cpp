@@ -1,10 +1,8 @@
 #include "rvfeeder/feeder.h"
 
-#include <array>
+#include <algorithm>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,216 +11,278 @@
 #include "common/clock.h"
 #include "common/messages.h"
 #include "common/sleeper.h"
-#include "pipe/frame_header.h"
+#include "common/test_card_stamp.h"
 #include "rvfeeder/camera_link.h"
-#include "rvfeeder/file_source.h"
-#include "rvfeeder/frame_clock.h"
-#include "rvfeeder/picture_input.h"
-#include "rvfeeder/raw_reader.h"
-#include "rvfeeder/y4m_reader.h"
+#include "rvfeeder/demand_hint.h"
+#include "rvfeeder/demand_policy.h"
+#include "rvfeeder/feed_report.h"
+#include "rvfeeder/feed_statistics.h"
+#include "rvfeeder/on_demand.h"
+#include "rvfeeder/open_input.h"
+#include "rvfeeder/picture_flow.h"
 
 namespace ravlo {
 namespace {
 
-/// Enough to ride out a decoder that delivers unevenly, short enough that the picture stays recent.
-constexpr std::size_t kPicturesAhead = 4;
-/// How often a wait for the input looks up to see whether the user wants to end.
-constexpr std::chrono::milliseconds kLookUp{100};
-/// Between two tries for a camera that is not there yet.
-constexpr DWORD kFirstConnectMs = 50;
+/// No wait is longer: so often the demand, the camera, the limits and the user's wish to end are looked at.
+constexpr std::chrono::milliseconds kLookUp{50};
+constexpr std::int64_t kLookUpTicks = kLookUp.count() * kTicksPerMs;
 
-std::unique_ptr<PictureReader> OpenInput(const FeederOptions& options) {
-    auto source = OpenByteSource(options.input);
-    if (options.rawInput) {
-        return std::make_unique<RawReader>(std::move(source), *options.rawInput);
-    }
-    auto reader = std::make_unique<Y4mReader>(std::move(source));
-    if (reader->IsFullRange()) {
-        Say("note: the input is full range, the camera announces limited range; its contrast will look too strong");
-    }
-    return reader;
+FeedEnd EndWith(std::string reason, ExitCode code) {
+    return {std::move(reason), static_cast<int>(code)};
 }
 
-/// One run of the program: input, clock and link, and what has been counted.
+/// One run of the program. A single thread goes round: it looks after everything that is not a picture, then takes one
+/// step with the pictures.
 class FeedRun {
 public:
     FeedRun(const FeederOptions& options, const Interrupt& interrupt)
         : m_options(options),
           m_interrupt(interrupt),
           m_sleeper(interrupt.Event()),
-          m_input([options] { return OpenInput(options); }, options.loop, kPicturesAhead),
-          m_link(options.pipeName, options.writeTimeoutMs) {}
+          m_begin(SteadyTicks()),
+          m_link(options.pipe, options.writeTimeoutMs),
+          m_policy(options.idleAfterMs, options.always),
+          m_statistics(m_begin),
+          m_report(options.pipe, options.json) {
+        if (options.command.empty()) {
+            m_ownFlow =
+                std::make_unique<PictureFlow>(InputOpener(options.input), options.input.loop, IsLive(options.input));
+        } else {
+            m_onDemand = std::make_unique<OnDemand>(options.command, options.input);
+        }
+    }
 
     ExitCode Run() {
-        if (const auto ended = WaitForInput()) {
-            return *ended;
+        std::optional<FeedEnd> end;
+        while (!end) {
+            const std::int64_t now = SteadyTicks();
+            LookAfterCamera(now);
+            if (m_report.IsDue(now)) {
+                m_report.Show(now, Status(now));
+            }
+            end = Limits(now);
+            if (!end) {
+                end = Step(now);
+            }
         }
-        const FrameGeometry& geometry = m_input.Geometry();
-        std::array<char, 128> line{};
-        std::snprintf(line.data(), line.size(), "input %ux%u at %u/%u frames a second", geometry.width, geometry.height,
-                      geometry.rateNumerator, geometry.rateDenominator);
-        Say(line.data());
-        if (const auto ended = WaitForCamera()) {
-            return *ended;
-        }
-        const ExitCode code = SendAll(FrameClock(geometry.rateNumerator, geometry.rateDenominator));
-        Summarize();
-        return code;
+        FeedStatus status = Status(SteadyTicks());
+        status.state = FeedState::Ended;
+        m_report.End(status, *end);
+        return static_cast<ExitCode>(end->exitCode);
     }
 
 private:
-    std::optional<ExitCode> WaitForInput() {
-        PictureInput::State state = PictureInput::State::Opening;
-        while ((state = m_input.WaitUntilOpen(kLookUp)) == PictureInput::State::Opening) {
-            if (m_interrupt.IsRaised()) {
-                return Interrupted();
-            }
-        }
-        if (state == PictureInput::State::Failed) {
-            Say(m_input.Error());
-            return ExitCode::Failure;
-        }
-        return std::nullopt;
-    }
+    PictureFlow* Flow() noexcept { return m_onDemand ? m_onDemand->Flow() : m_ownFlow.get(); }
 
-    /// The input waits too: a film starts when somebody is there to see it.
-    std::optional<ExitCode> WaitForCamera() {
-        m_link.RestartAbsence(SteadyTicks());  // how long the input took to open is not the camera's fault
-        while (!m_link.TryConnect(SteadyTicks())) {
-            if (const auto ended = CheckAbsence()) {
-                return ended;
-            }
-            if (m_interrupt.WaitForMs(kFirstConnectMs)) {
-                return Interrupted();
-            }
-        }
-        return std::nullopt;
-    }
+    bool IsWanted() const noexcept { return m_verdict == DemandPolicy::Verdict::Wanted; }
 
-    ExitCode SendAll(FrameClock clock) {
-        QueuedFrame frame;
-        ExitCode code = ExitCode::Ok;
-        bool going = true;
-        while (going) {
-            if (m_interrupt.IsRaised()) {
-                code = Interrupted();
-                break;
-            }
-            switch (m_input.Queue().TakeFilled(frame, kLookUp)) {
-                case FrameQueue::Take::Nothing:
-                    if (const auto ended = SeekCamera()) {
-                        code = *ended;
-                        going = false;
-                    }
-                    continue;
-                case FrameQueue::Take::End:
-                    code = InputEnded();
-                    going = false;
-                    continue;
-                case FrameQueue::Take::Frame:
-                    break;
-            }
-            if (WaitUntilDue(clock, frame)) {
-                SendOne(frame);
-                if (const auto ended = CheckAbsence()) {
-                    code = *ended;
-                    going = false;
-                }
-            }
-            clock.Advance();
-            m_input.Queue().PutEmpty(std::move(frame));
-        }
-        m_restarts = clock.Restarts();
-        return code;
-    }
+    /// Before the input has said what it holds there is nothing to connect for, and how long it takes to open is not
+    /// the camera's fault.
+    bool IsCameraNeeded() const noexcept { return m_onDemand || m_ownFlow->Geometry(); }
 
-    /// While the input has nothing to send: a camera that was lost is looked for all the same.
-    std::optional<ExitCode> SeekCamera() { return m_link.TryConnect(SteadyTicks()) ? std::nullopt : CheckAbsence(); }
-
-    /// False when the frame's moment has passed, or the user ends the program before it comes.
-    bool WaitUntilDue(FrameClock& clock, const QueuedFrame& frame) {
-        for (;;) {
-            const FrameStep step = clock.Judge(SteadyTicks(), frame.arrived);
-            if (step.kind == FrameStep::Kind::Send) {
-                return true;
-            }
-            if (step.kind == FrameStep::Kind::Drop) {
-                ++m_droppedLate;
-                return false;
-            }
-            if (!m_sleeper.Wait(step.wait)) {
-                return false;
-            }
-        }
-    }
-
-    /// Without a camera the frame is let go, so that the film runs on and is at the right place when the camera
-    /// returns.
-    void SendOne(const QueuedFrame& frame) {
-        const std::int64_t now = SteadyTicks();
-        if (m_link.TryConnect(now) &&
-            m_link.Send(MakeFrameHeader(m_input.Geometry().width, m_input.Geometry().height, m_sequence),
-                        frame.nv12.data(), now)) {
-            ++m_sent;
+    void LookAfterCamera(std::int64_t now) {
+        if (IsCameraNeeded()) {
+            m_link.TryConnect(now);
         } else {
-            ++m_droppedUnseen;
+            m_link.RestartAbsence(now);
         }
-        ++m_sequence;
+        if (now >= m_nextDemand) {
+            m_nextDemand = now + kLookUpTicks;
+            LookAtDemand(now);
+        }
+        if (m_onDemand) {
+            m_onDemand->Follow(now, m_link.IsConnected(), m_demand.has_value(), IsWanted());
+        }
     }
 
-    std::optional<ExitCode> CheckAbsence() const {
-        if (!m_options.absenceLimit || m_link.AbsentFor(SteadyTicks()) < *m_options.absenceLimit) {
+    void LookAtDemand(std::int64_t now) {
+        const bool wasTold = m_demand.has_value();
+        m_demand = m_link.ReadDemand();
+        m_statistics.Demand(now, m_demand);
+        const DemandPolicy::Verdict verdict = m_policy.Judge(m_demand);
+        // While nothing is written only the records tell that the camera is still there; without them, a new connection.
+        if (!IsWanted() && wasTold && !m_demand) {
+            m_link.Leave(now);
+        }
+        if (verdict != m_verdict) {
+            m_verdict = verdict;
+            TellDemand();
+        }
+        if (!IsWanted()) {
+            m_link.Rest();
+        }
+        if (m_hint.Observe(now, m_link.IsConnected(), m_demand)) {
+            TellNoDemand();
+        }
+    }
+
+    void TellDemand() {
+        if (m_onDemand) {
+            return;  // says itself when it starts and ends the command
+        }
+        if (!IsWanted()) {
+            Say(IsLive(m_options.input) ? "nobody watches the camera: the input is read on and thrown away"
+                                        : "nobody watches the camera: the input waits");
+        } else {
+            Say(m_demand ? "pictures are wanted again: sending"
+                         : "the camera no longer tells whether anybody watches: sending");
+        }
+    }
+
+    void TellNoDemand() const {
+        const std::string wrongSize =
+            m_geometry ? "not " + std::to_string(m_geometry->width) + "x" + std::to_string(m_geometry->height)
+                       : "of another size than yours";
+        Say("the camera on " + m_options.pipe +
+            " has been asked for no picture so far. Open it in a program that shows cameras. If one shows it already, "
+            "that camera is another one (see --pipe); and if it shows only its test pattern, its pictures are " +
+            wrongSize +
+            " (\"geometry mismatch\" in the camera's log; --expect WxH refuses a wrong size up front). \"rvsetup doctor\" tells more");
+    }
+
+    std::optional<FeedEnd> Limits(std::int64_t now) {
+        if (m_interrupt.IsRaised()) {
+            return EndWith("interrupted", ExitCode::Interrupted);
+        }
+        if (m_options.frameLimit && m_statistics.SentCount() >= *m_options.frameLimit) {
+            return EndWith("all frames that --frames asks for have been sent", ExitCode::Ok);
+        }
+        if (m_options.timeLimit && now - m_begin >= *m_options.timeLimit) {
+            return m_link.Connections() != 0 ? EndWith("the time that --seconds allows is over", ExitCode::Ok)
+                                             : Absence("--seconds");
+        }
+        if (m_options.absenceLimit && m_link.AbsentFor(now) >= *m_options.absenceLimit) {
+            return Absence("--timeout");
+        }
+        return std::nullopt;
+    }
+
+    FeedEnd Absence(const std::string& option) const {
+        switch (m_link.LastConnectStatus()) {
+            case RAVLO_ACCESS_DENIED:
+                return EndWith("giving up: the camera's pipe does not admit this account", ExitCode::AccessDenied);
+            case RAVLO_UNTRUSTED_OWNER:
+                return EndWith("giving up: the camera's pipe belongs to an account that is not trusted",
+                               ExitCode::AccessDenied);
+            default:
+                return EndWith("giving up: no camera took frames for the time that " + option + " allows",
+                               ExitCode::PeerAbsent);
+        }
+    }
+
+    std::optional<FeedEnd> Step(std::int64_t now) {
+        PictureFlow* const flow = Flow();
+        // A film starts when somebody is there to see it: until the first connection the input waits too.
+        if (flow == nullptr || (flow->Geometry() && m_link.Connections() == 0)) {
+            m_sleeper.Wait(kLookUpTicks);
             return std::nullopt;
         }
-        switch (m_link.LastConnectError()) {
-            case ERROR_ACCESS_DENIED:
-                Say("giving up: the camera's pipe does not admit this account");
-                return ExitCode::AccessDenied;
-            case ERROR_INVALID_OWNER:
-                Say("giving up: the camera's pipe belongs to an account that is not trusted");
-                return ExitCode::AccessDenied;
+        const PictureFlow::Step step = flow->Next(now, IsWanted(), kLookUp);
+        if (flow->Geometry() != m_geometry && flow->Geometry()) {
+            AnnounceInput(*flow->Geometry());
+        }
+        switch (step.kind) {
+            case PictureFlow::Kind::Opening:
+            case PictureFlow::Kind::Silent:
+                break;  // it has waited already
+            case PictureFlow::Kind::Paused:
+                m_sleeper.Wait(kLookUpTicks);
+                break;
+            case PictureFlow::Kind::Wait:
+                m_sleeper.Wait(std::min(step.wait, kLookUpTicks));
+                break;
+            case PictureFlow::Kind::Send:
+                SendOne(*flow, *step.frame);
+                break;
+            case PictureFlow::Kind::Late:
+                m_statistics.DroppedLate();
+                break;
+            case PictureFlow::Kind::Drained:
+                m_statistics.Drained();
+                break;
+            case PictureFlow::Kind::Failed:
+            case PictureFlow::Kind::End:
+                return FlowEnded(*flow, now);
+        }
+        return std::nullopt;
+    }
+
+    void AnnounceInput(const FrameGeometry& geometry) {
+        m_geometry = geometry;
+        Say("input " + std::to_string(geometry.width) + "x" + std::to_string(geometry.height) + " at " +
+            std::to_string(geometry.rateNumerator) + "/" + std::to_string(geometry.rateDenominator) +
+            " frames a second");
+    }
+
+    /// Without a camera the picture is let go, so that the film runs on and is at the right place when the camera
+    /// returns.
+    void SendOne(PictureFlow& flow, QueuedFrame& frame) {
+        const std::int64_t begin = SteadyTicks();
+        if (m_options.input.testCard) {
+            DrawTestCardStamp(frame.nv12, *m_geometry, {static_cast<std::uint32_t>(flow.PictureNumber()), begin});
+        }
+        if (m_link.IsConnected() && m_link.Send(*m_geometry, frame.nv12.data(), begin)) {
+            const std::int64_t end = SteadyTicks();
+            m_statistics.Sent(end, end - begin);
+        } else {
+            m_statistics.DroppedUnseen();
+        }
+        flow.Done();
+    }
+
+    std::optional<FeedEnd> FlowEnded(PictureFlow& flow, std::int64_t now) {
+        if (m_onDemand) {
+            m_onDemand->FlowEnded(now);
+            return std::nullopt;
+        }
+        const std::string error = flow.Error();
+        return error.empty() ? EndWith("the input has ended", ExitCode::Ok) : EndWith(error, ExitCode::Failure);
+    }
+
+    FeedState State() const noexcept {
+        if (!IsCameraNeeded()) {
+            return FeedState::Opening;
+        }
+        if (m_link.IsConnected()) {
+            return IsWanted() ? FeedState::Live : FeedState::Idle;
+        }
+        switch (m_link.LastConnectStatus()) {
+            case RAVLO_ACCESS_DENIED:
+                return FeedState::AccessDenied;
+            case RAVLO_UNTRUSTED_OWNER:
+                return FeedState::UntrustedOwner;
             default:
-                Say("giving up: no camera took frames for the time that --timeout allows");
-                return ExitCode::PeerAbsent;
+                return FeedState::Waiting;
         }
     }
 
-    ExitCode InputEnded() const {
-        const std::string error = m_input.Error();
-        Say(error.empty() ? "the input has ended" : error);
-        return error.empty() ? ExitCode::Ok : ExitCode::Failure;
-    }
-
-    static ExitCode Interrupted() {
-        Say("interrupted");
-        return ExitCode::Interrupted;
-    }
-
-    void Summarize() const {
-        const std::uint64_t connections = m_link.Connections();
-        std::array<char, 256> line{};
-        std::snprintf(line.data(), line.size(),
-                      "%llu frames sent, %llu dropped (%llu late, %llu while no camera took them), %llu reconnects, "
-                      "%llu clock restarts, longest write %.1f ms",
-                      static_cast<unsigned long long>(m_sent),
-                      static_cast<unsigned long long>(m_droppedLate + m_droppedUnseen),
-                      static_cast<unsigned long long>(m_droppedLate), static_cast<unsigned long long>(m_droppedUnseen),
-                      static_cast<unsigned long long>(connections == 0 ? 0 : connections - 1),
-                      static_cast<unsigned long long>(m_restarts),
-                      static_cast<double>(m_link.LongestWrite()) / static_cast<double>(kTicksPerMs));
-        Say(line.data());
+    FeedStatus Status(std::int64_t now) const {
+        FeedStatus status = m_statistics.Status(now);
+        status.state = State();
+        status.connected = m_link.IsConnected();
+        status.reconnects = m_link.Connections() == 0 ? 0 : m_link.Connections() - 1;
+        status.clockRestarts = m_onDemand ? m_onDemand->ClockRestarts() : m_ownFlow->ClockRestarts();
+        status.commandStarts = m_onDemand ? m_onDemand->Starts() : 0;
+        status.input = m_geometry;
+        return status;
     }
 
     const FeederOptions& m_options;
     const Interrupt& m_interrupt;
     Sleeper m_sleeper;
-    PictureInput m_input;
+    std::int64_t m_begin;
     CameraLink m_link;
-    std::uint64_t m_sequence = 0;
-    std::uint64_t m_sent = 0;
-    std::uint64_t m_droppedLate = 0;
-    std::uint64_t m_droppedUnseen = 0;
-    std::uint64_t m_restarts = 0;
+    DemandPolicy m_policy;
+    DemandHint m_hint;
+    FeedStatistics m_statistics;
+    FeedReport m_report;
+    std::unique_ptr<PictureFlow> m_ownFlow;  ///< set unless a command brings the pictures
+    std::unique_ptr<OnDemand> m_onDemand;    ///< set if one does
+    std::optional<FrameGeometry> m_geometry;
+    std::optional<CameraDemand> m_demand;
+    DemandPolicy::Verdict m_verdict = DemandPolicy::Verdict::Wanted;
+    std::int64_t m_nextDemand = 0;
 };
 
 }  // namespace

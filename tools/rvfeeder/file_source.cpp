@@ -7,6 +7,7 @@
 
 #include "common/wide_text.h"
 #include "platform/unique_handle.h"
+#include "rvfeeder/input_path.h"
 
 namespace ravlo {
 namespace {
@@ -33,26 +34,56 @@ public:
         throw InputError("cannot read " + m_name + ": " + SystemErrorText(error));
     }
 
+    std::optional<std::uint64_t> TotalBytes() const noexcept override {
+        LARGE_INTEGER size{};
+        // Standard input may be a file that somebody has read from before; only an own one begins at its beginning.
+        if (!m_owned || GetFileType(m_handle) != FILE_TYPE_DISK || !GetFileSizeEx(m_handle, &size)) {
+            return std::nullopt;
+        }
+        return static_cast<std::uint64_t>(size.QuadPart);
+    }
+
 private:
     HANDLE m_handle;
     UniqueFile m_owned;
     std::string m_name;
 };
 
+std::unique_ptr<ByteSource> OpenStandardInput() {
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    if (input == nullptr || input == INVALID_HANDLE_VALUE) {
+        throw InputError("there is no standard input to read from");
+    }
+    DWORD mode = 0;
+    if (GetConsoleMode(input, &mode)) {
+        throw InputError(
+            "standard input is the keyboard; pipe pictures into it, for example "
+            "ffmpeg -i film.mp4 -pix_fmt yuv420p -f yuv4mpegpipe - | rvfeeder -");
+    }
+    return std::make_unique<HandleSource>(input, UniqueFile(), "standard input");
+}
+
+/// Opening a folder fails as if rights were missing, which sends people the wrong way.
+std::string WhyNotOpened(const std::wstring& path, DWORD error) {
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    const bool isFolder = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    return isFolder ? "it is a folder; give one file" : SystemErrorText(error);
+}
+
 }  // namespace
 
 std::unique_ptr<ByteSource> OpenByteSource(const std::string& path) {
-    if (path == "-") {
-        const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
-        if (input == nullptr || input == INVALID_HANDLE_VALUE) {
-            throw InputError("there is no standard input to read from");
-        }
-        return std::make_unique<HandleSource>(input, UniqueFile(), "standard input");
+    if (path == kStandardInputPath) {
+        return OpenStandardInput();
     }
-    UniqueFile file(CreateFileW(ToWide(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    const std::wstring widePath = ToWide(path);
+    // Whoever serves a pipe must not act in the name of the user who reads from it.
+    const DWORD flags = IsNamedPipePath(path) ? SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS : FILE_FLAG_SEQUENTIAL_SCAN;
+    UniqueFile file(
+        CreateFileW(widePath.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, flags, nullptr));
     if (!file) {
-        throw InputError("cannot open " + path + ": " + SystemErrorText(GetLastError()));
+        const DWORD error = GetLastError();
+        throw InputError("cannot open " + path + ": " + WhyNotOpened(widePath, error));
     }
     const HANDLE handle = file.Get();
     return std::make_unique<HandleSource>(handle, std::move(file), path);

@@ -31,6 +31,9 @@ public:
     /// The next frame has been sent or dropped; the one after it is next.
     void Advance() noexcept { ++m_index; }
 
+    /// The next frame starts the clock anew, as the first one did: after a pause that was meant, which is not counted.
+    void Restart() noexcept { m_started = false; }
+
     /// How often the clock started anew because the input came late.
     std::uint64_t Restarts() const noexcept { return m_restarts; }
 

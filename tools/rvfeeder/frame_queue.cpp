@@ -6,7 +6,7 @@ namespace ravlo {
 
 FrameQueue::FrameQueue(std::size_t capacity, std::size_t frameBytes) {
     for (std::size_t i = 0; i < capacity; ++i) {
-        m_emptyFrames.push_back({std::vector<std::uint8_t>(frameBytes), 0});
+        m_emptyFrames.push_back({std::vector<std::uint8_t>(frameBytes)});
     }
 }
 
@@ -17,6 +17,7 @@ bool FrameQueue::TakeEmpty(QueuedFrame& frame) {
         return false;
     }
     frame = std::move(m_emptyFrames.front());
+    frame.skipped = m_skipping;
     m_emptyFrames.pop_front();
     return true;
 }
@@ -49,6 +50,11 @@ void FrameQueue::PutEmpty(QueuedFrame frame) {
     const std::lock_guard lock(m_mutex);
     m_emptyFrames.push_back(std::move(frame));
     m_emptied.notify_one();
+}
+
+void FrameQueue::SetSkipping(bool skipping) {
+    const std::lock_guard lock(m_mutex);
+    m_skipping = skipping;
 }
 
 void FrameQueue::Close() {

@@ -15,6 +15,7 @@ namespace ravlo {
 struct QueuedFrame {
     std::vector<std::uint8_t> nv12;
     std::int64_t arrived = 0;  ///< steady time in units of 100 ns
+    bool skipped = false;      ///< stands for a picture that was read past: `nv12` holds anything
 };
 
 /// A short queue of pictures whose buffers are made once and go round. One thread fills it, one thread empties it.
@@ -22,7 +23,8 @@ class FrameQueue {
 public:
     FrameQueue(std::size_t capacity, std::size_t frameBytes);
 
-    /// Filling side: waits for an empty buffer. False when the queue was closed.
+    /// Filling side: waits for an empty buffer. False when the queue was closed. A buffer marked as skipped asks for no
+    /// picture: the next one of the input need only be read past.
     bool TakeEmpty(QueuedFrame& frame);
 
     /// Filling side: the buffer now holds the next picture.
@@ -39,6 +41,9 @@ public:
     /// Emptying side: gives a buffer back.
     void PutEmpty(QueuedFrame frame);
 
+    /// Emptying side: whether buffers that are filled from now on ask for pictures, or only for them to be read past.
+    void SetSkipping(bool skipping);
+
     /// Emptying side: wants no more. The filling side learns of it at its next call.
     void Close();
 
@@ -52,6 +57,7 @@ private:
     std::deque<QueuedFrame> m_emptyFrames;
     std::deque<QueuedFrame> m_filledFrames;
     std::string m_error;
+    bool m_skipping = false;
     bool m_finished = false;
     bool m_closed = false;
 };

@@ -36,7 +36,7 @@ namespace {
 bool ReadThrough(PictureReader& reader, FrameQueue& queue, std::uint64_t& pictures) {
     QueuedFrame frame;
     while (queue.TakeEmpty(frame)) {
-        if (!reader.ReadPicture(frame.nv12)) {
+        if (!(frame.skipped ? reader.SkipPicture(frame.nv12) : reader.ReadPicture(frame.nv12))) {
             queue.PutEmpty(std::move(frame));
             return true;
         }

@@ -23,6 +23,10 @@ public:
     /// breaks its own format, throws InputError; `nv12` is then not a picture.
     virtual bool ReadPicture(std::span<std::uint8_t> nv12) = 0;
 
+    /// Reads past the next picture with as little work as its input allows. Everything else is as with ReadPicture,
+    /// except that `scratch` never holds a picture afterwards that means anything.
+    virtual bool SkipPicture(std::span<std::uint8_t> scratch) { return ReadPicture(scratch); }
+
 protected:
     void RequireWholePicture(std::span<const std::uint8_t> nv12) const {
         if (nv12.size() != FrameBytes(Geometry())) {

@@ -63,10 +63,30 @@ void CheckScan(std::string_view scan) {
 }
 
 void CheckSize(std::uint32_t width, std::uint32_t height) {
-    if (!IsValidGeometry({width, height, 1, 1})) {
-        throw InputError("the camera takes even sizes from 2x2 to 16384x16384, but this Y4M stream is " +
-                         std::to_string(width) + "x" + std::to_string(height));
+    if (width == 0 || height == 0) {
+        throw InputError(std::string("the Y4M header names no ") + (width == 0 ? "width" : "height"));
     }
+    if (const auto unfit = WhyNoPictureSize(width, height)) {
+        throw InputError(*unfit);
+    }
+}
+
+/// Square unless the header says otherwise and means it: 0:0 stands for unknown.
+NumberPair ParsePixelAspect(std::string_view value) {
+    constexpr NumberPair kSquare{1, 1};
+    const std::size_t colon = std::min(value.find(':'), value.size());
+    const auto across = ParseNumber(value.substr(0, colon));
+    const auto down = ParseNumber(value.substr(std::min(colon + 1, value.size())));
+    return across && down && *across != 0 && *down != 0 ? NumberPair{*across, *down} : kSquare;
+}
+
+/// The layout as some writers repeat it in capitals, and others give it there alone.
+std::string LayoutFromExtension(std::string_view value) {
+    std::string layout(value);
+    std::transform(layout.begin(), layout.end(), layout.begin(), [](char character) {
+        return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+    });
+    return layout;
 }
 
 }  // namespace
@@ -79,8 +99,11 @@ Y4mHeader ParseY4mHeader(std::string_view line) {
             "(for raw NV12 give --size and --rate)");
     }
     line.remove_prefix(kStreamMagic.size());
-    Y4mHeader header{};
-    std::string_view layout = "420";
+    constexpr std::string_view kRangeExtension = "COLORRANGE=";
+    constexpr std::string_view kLayoutExtension = "YSCSS=";
+    Y4mHeader header{{}, false, {1, 1}};
+    std::optional<std::string> layout;
+    std::string extensionLayout = "420";
     while (!line.empty()) {
         const std::size_t end = std::min(line.find(' '), line.size());
         const std::string_view word = line.substr(0, end);
@@ -108,14 +131,21 @@ Y4mHeader ParseY4mHeader(std::string_view line) {
             case 'C':
                 layout = value;
                 break;
+            case 'A':
+                header.pixelAspect = ParsePixelAspect(value);
+                break;
             case 'X':
-                header.fullRange = header.fullRange || value == "COLORRANGE=FULL";
+                if (value.starts_with(kRangeExtension)) {
+                    header.fullRange = value.substr(kRangeExtension.size()) == "FULL";
+                } else if (value.starts_with(kLayoutExtension)) {
+                    extensionLayout = LayoutFromExtension(value.substr(kLayoutExtension.size()));
+                }
                 break;
             default:
-                break;  // the pixel aspect and comments change nothing for the camera
+                break;  // comments change nothing for the camera
         }
     }
-    CheckLayout(layout);
+    CheckLayout(layout.value_or(extensionLayout));
     CheckSize(header.geometry.width, header.geometry.height);
     if (header.geometry.rateNumerator == 0) {
         throw InputError("the Y4M header names no frame rate");
@@ -127,13 +157,30 @@ Y4mHeader ParseY4mHeader(std::string_view line) {
 }
 
 Y4mReader::Y4mReader(std::unique_ptr<ByteSource> source) : m_source(std::move(source)) {
-    m_header = ParseY4mHeader(ReadStreamLine());
+    const std::string line = ReadStreamLine();
+    m_header = ParseY4mHeader(line);
+    if (const auto total = m_source->TotalBytes()) {
+        RequireOnePicture(*total - std::min<std::uint64_t>(*total, line.size() + 1));
+    }
     m_chroma.resize(ChromaBytes(m_header.geometry));
+}
+
+void Y4mReader::RequireOnePicture(std::uint64_t bytesAfterHeader) const {
+    if (bytesAfterHeader == 0) {
+        throw InputError("the Y4M stream holds no picture: nothing follows its header");
+    }
+    if (bytesAfterHeader < kPictureMagic.size() + 1 + FrameBytes(m_header.geometry)) {
+        RefuseCutPicture();
+    }
+}
+
+void Y4mReader::RefuseCutPicture() const {
+    throw InputError("the Y4M stream ends inside picture " + std::to_string(m_pictures + 1));
 }
 
 bool Y4mReader::ReadPicture(std::span<std::uint8_t> nv12) {
     RequireWholePicture(nv12);
-    if (!ReadPictureMarker()) {
+    if (!BeginPicture()) {
         return false;
     }
     const std::size_t lumaBytes = LumaBytes(m_header.geometry);
@@ -142,6 +189,19 @@ bool Y4mReader::ReadPicture(std::span<std::uint8_t> nv12) {
     const std::span<const std::uint8_t> chroma(m_chroma);
     const std::size_t half = chroma.size() / 2;
     InterleaveChroma(chroma.first(half), chroma.last(half), nv12.subspan(lumaBytes, chroma.size()));
+    if (m_header.fullRange) {
+        LimitRange(nv12, m_header.geometry);
+    }
+    ++m_pictures;
+    return true;
+}
+
+bool Y4mReader::SkipPicture(std::span<std::uint8_t> scratch) {
+    RequireWholePicture(scratch);
+    if (!BeginPicture()) {
+        return false;
+    }
+    ReadPlane(scratch);  // all three planes, which together have the length of an NV12 picture
     ++m_pictures;
     return true;
 }
@@ -162,6 +222,16 @@ std::string Y4mReader::ReadStreamLine() {
         throw InputError("the Y4M header has no end: the input breaks off, or it is damaged");
     }
     return line;  // whatever this is, the parser says so
+}
+
+bool Y4mReader::BeginPicture() {
+    if (ReadPictureMarker()) {
+        return true;
+    }
+    if (m_pictures == 0) {
+        RequireOnePicture(0);
+    }
+    return false;
 }
 
 bool Y4mReader::ReadPictureMarker() {
@@ -192,7 +262,7 @@ bool Y4mReader::ReadPictureMarker() {
 
 void Y4mReader::ReadPlane(std::span<std::uint8_t> plane) {
     if (m_source->ReadFully(plane.data(), plane.size()) != plane.size()) {
-        throw InputError("the Y4M stream ends inside picture " + std::to_string(m_pictures + 1));
+        RefuseCutPicture();
     }
 }
 

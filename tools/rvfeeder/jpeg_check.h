@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace ravlo {
+
+enum class JpegState : std::uint8_t {
+    Whole,     ///< may be given to the decoder
+    CutShort,  ///< the marker that ends the picture is missing
+    Damaged,   ///< its segments make no sense
+};
+
+/// Looks over the segments of a JPEG file for what the decoder does not notice: that it ends early, for which it shows
+/// grey and reports success, and Huffman tables with more symbols than there are bytes, which it writes past its end.
+JpegState CheckJpeg(std::span<const std::uint8_t> file) noexcept;
+
+}  // namespace ravlo

@@ -1,0 +1,98 @@
+#include "rvfeeder/still_decode.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "rvfeeder/byte_source.h"
+#include "rvfeeder/camera_limits.h"
+#include "rvfeeder/input_kind.h"
+#include "rvfeeder/jpeg_check.h"
+
+namespace {
+
+/// A small file can unpack to gigabytes. The largest block for a picture within the limits has 16 bits for each of four
+/// components.
+constexpr std::size_t kLargestBlock = std::size_t{96} << 20;
+
+}  // namespace
+
+#define STB_IMAGE_IMPLEMENTATION
+#define STB_IMAGE_STATIC
+#define STBI_ONLY_PNG
+#define STBI_ONLY_JPEG
+#define STBI_NO_STDIO
+#define STBI_ASSERT(condition) static_cast<void>(0)
+// Cleared, because the decoder reads tables that a damaged file has never filled.
+#define STBI_MALLOC(bytes) ((bytes) > kLargestBlock ? nullptr : std::calloc(1, bytes))
+#define STBI_REALLOC(block, bytes) ((bytes) > kLargestBlock ? nullptr : std::realloc(block, bytes))
+#define STBI_FREE(block) std::free(block)
+#include <stb/stb_image.h>
+
+namespace ravlo {
+namespace {
+
+constexpr int kComponents = 4;
+
+[[noreturn]] void RefuseDamage(const char* format, const char* reason) {
+    throw InputError(std::string("the ") + format +
+                     " picture cannot be decoded: it is damaged, cut short or of a rare kind (" +
+                     (reason == nullptr ? "no reason given" : reason) + "); save it again as 8-bit PNG");
+}
+
+/// Drops the alpha component after weighing the others with it.
+std::vector<std::uint8_t> OverBlack(std::span<const std::uint8_t> rgba) {
+    std::vector<std::uint8_t> rgb(rgba.size() / kComponents * 3);
+    std::uint8_t* out = rgb.data();
+    for (std::size_t i = 0; i + kComponents <= rgba.size(); i += kComponents) {
+        const unsigned alpha = rgba[i + 3];
+        for (std::size_t component = 0; component < 3; ++component) {
+            *out++ = static_cast<std::uint8_t>((rgba[i + component] * alpha + 127) / 255);
+        }
+    }
+    return rgb;
+}
+
+}  // namespace
+
+StillImage DecodeStill(std::span<const std::uint8_t> file) {
+    // The decoder is more generous about how a file may begin, but nothing gets to it that has not been looked over.
+    const InputKind kind = RecogniseInput(file);
+    if (kind != InputKind::Png && kind != InputKind::Jpeg) {
+        throw InputError(WhyNotShown(file));
+    }
+    const char* const format = kind == InputKind::Jpeg ? "JPEG" : "PNG";
+    const JpegState state = kind == InputKind::Jpeg ? CheckJpeg(file) : JpegState::Whole;
+    if (state == JpegState::Damaged) {
+        RefuseDamage(format, "bad segments");
+    }
+    const int length = static_cast<int>(file.size());
+    int width = 0;
+    int height = 0;
+    int components = 0;
+    if (stbi_info_from_memory(file.data(), length, &width, &height, &components) == 0) {
+        RefuseDamage(format, "unreadable header");
+    }
+    const FrameGeometry geometry{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), 1, 1};
+    if (const auto unfit = WhyNoPictureSize(geometry.width, geometry.height)) {
+        throw InputError(*unfit);
+    }
+    if (const auto beyond = WhyBeyondCamera(geometry)) {
+        throw InputError(*beyond);
+    }
+    if (state == JpegState::CutShort) {
+        throw InputError("the JPEG picture is cut short: its end is missing");
+    }
+    const std::unique_ptr<stbi_uc, decltype(&std::free)> pixels(
+        stbi_load_from_memory(file.data(), length, &width, &height, &components, kComponents), &std::free);
+    if (!pixels || static_cast<std::uint32_t>(width) != geometry.width ||
+        static_cast<std::uint32_t>(height) != geometry.height) {
+        RefuseDamage(format, stbi_failure_reason());
+    }
+    const std::size_t bytes = std::size_t{geometry.width} * geometry.height * kComponents;
+    return {geometry.width, geometry.height, OverBlack({pixels.get(), bytes})};
+}
+
+}  // namespace ravlo
