@@ -33,12 +33,26 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     rvfeeder/test_card_canvas.cpp
     rvfeeder/y4m_reader.cpp
     rvhost/contact_sheet.cpp
+    rvhost/delay_distribution.cpp
+    rvhost/host_report.cpp
+    rvhost/host_report_json.cpp
+    rvhost/nv12_rgb.cpp
+    rvhost/options.cpp
+    rvhost/output_paths.cpp
     rvhost/picture_kind.cpp
     rvhost/picture_worker.cpp
+    rvhost/plain_png.cpp
     rvhost/png_file.cpp
+    rvhost/preview_layout.cpp
+    rvhost/preview_overlay.cpp
+    rvhost/preview_slot.cpp
     rvhost/sample_csv.cpp
+    rvhost/sample_recorder.cpp
     rvhost/sample_statistics.cpp
-    rvhost/thumbnail.cpp)
+    rvhost/stamp_statistics.cpp
+    rvhost/text_boxes.cpp
+    rvhost/thumbnail.cpp
+    rvhost/y4m_recorder.cpp)
 set(RAVLO_PORTABLE_TOOL_TESTS
     binary_file
     camera_limits
@@ -46,17 +60,25 @@ set(RAVLO_PORTABLE_TOOL_TESTS
     frame_clock
     input_options
     input_reader
+    nv12_rgb
     picture
     picture_flow
     picture_input
     picture_worker
+    preview_parts
+    png_file
     report_writer
     rvfeeder_connection
     rvfeeder_demand
     rvfeeder_options
     rvfeeder_status
+    rvhost_delays
+    rvhost_options
+    rvhost_report
+    sample_recorder
     sample_statistics
     still_reader
     test_card
     test_card_stamp
-    y4m_reader)
+    y4m_reader
+    y4m_recorder)

@@ -51,6 +51,8 @@ wine_open() {
     else
         wine_quietly wineboot || return 1
     fi
+    # Windows open without a screen, and the first of them does not look for one for ten seconds.
+    wine_quietly reg add 'HKCU\Software\Wine\Drivers' /v Graphics /t REG_SZ /d null /f || return 1
 
     local system32=$WINEPREFIX/drive_c/windows/system32
     if [ -n "$standin" ]; then

@@ -28,8 +28,8 @@ private:
 
 TEST_F(PictureWorkerFiles, EveryPictureIsAFileOnceItHasFinished) {
     PictureWorker worker({Path("shots"), Path("sheet.png"), 16}, m_geometry);
-    EXPECT_TRUE(worker.Offer(m_picture, 1'250, PictureKind::Live));
-    EXPECT_TRUE(worker.Offer(m_picture, 2'500, PictureKind::Pattern));
+    EXPECT_TRUE(worker.Offer(m_picture, {1'250, 1, PictureKind::Live}));
+    EXPECT_TRUE(worker.Offer(m_picture, {2'500, 2, PictureKind::Pattern}));
     worker.Finish();
     EXPECT_EQ(worker.Error(), "");
     EXPECT_EQ(worker.SheetNote(), "");
@@ -42,7 +42,7 @@ TEST_F(PictureWorkerFiles, AFullSheetSaysWhatItLeavesOut) {
     PictureWorker worker({"", Path("sheet.png"), 16}, m_geometry);
     unsigned taken = 0;
     while (taken < 603) {  // all buffers may be in use for a moment
-        taken += worker.Offer(m_picture, 0, PictureKind::Live) ? 1U : 0U;
+        taken += worker.Offer(m_picture, {0, 1, PictureKind::Live}) ? 1U : 0U;
     }
     worker.Finish();
     EXPECT_EQ(worker.SheetNote(), "the contact sheet is full: it shows the first 600 pictures and leaves out 3");
@@ -52,7 +52,7 @@ TEST_F(PictureWorkerFiles, AFullSheetSaysWhatItLeavesOut) {
 TEST_F(PictureWorkerFiles, AFileThatCannotBeWrittenIsNamed) {
     const std::string sheet = Path("missing") + "/sheet.png";
     PictureWorker worker({"", sheet, 16}, m_geometry);
-    EXPECT_TRUE(worker.Offer(m_picture, 0, PictureKind::Live));
+    EXPECT_TRUE(worker.Offer(m_picture, {0, 1, PictureKind::Live}));
     worker.Finish();
     EXPECT_EQ(worker.Error(), "cannot write " + sheet);
 }

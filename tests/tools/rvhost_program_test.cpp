@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 
 #include "common/wide_text.h"
@@ -84,9 +85,16 @@ TEST_F(RvHost, AFileThatIsNoCameraEndsWithAClearSentence) {
     std::wstring system(MAX_PATH, L'\0');
     system.resize(GetSystemDirectoryW(system.data(), MAX_PATH));
     const std::wstring kernel = system + L"\\kernel32.dll";
+    const std::string advice = ": give the path of rvmediasource.dll, or run rvsetup install and leave --dll out\n";
+    EXPECT_TRUE(missing.output.ends_with(advice)) << missing.output;
     const ProgramResult other = RunProgram(L"rvhost", {L"--dll", kernel});
-    EXPECT_EQ(other.code, 1);
-    EXPECT_EQ(other.output, "rvhost: " + ToUtf8(kernel) + " is no COM server: it exports no DllGetClassObject\n");
+    EXPECT_EQ(other.code, 3);
+    EXPECT_EQ(other.output,
+              "rvhost: " + ToUtf8(kernel) + " is no COM server, it exports no DllGetClassObject" + advice);
+    const std::wstring reader = system + L"\\mfreadwrite.dll";
+    const ProgramResult stranger = RunProgram(L"rvhost", {L"--dll", reader});
+    EXPECT_EQ(stranger.code, 3);
+    EXPECT_EQ(stranger.output, "rvhost: " + ToUtf8(reader) + " does not hold the camera's class (0x80040111)" + advice);
 }
 
 TEST_F(RvHost, ARelativePathStartsAtTheCurrentFolder) {
@@ -99,7 +107,7 @@ TEST_F(RvHost, ARelativePathStartsAtTheCurrentFolder) {
     const ProgramResult missing = RunProgram(L"rvhost", {L"--dll", L"no-such-folder\\..\\missing.dll"});
     EXPECT_EQ(missing.code, 3);
     EXPECT_TRUE(
-        missing.output.starts_with("rvhost: cannot load " + ToUtf8((current / L"missing.dll").wstring()) + ": "))
+        missing.output.starts_with("rvhost: cannot load " + ToUtf8((current / L"missing.dll").wstring()) + ", "))
         << missing.output;
 }
 
@@ -109,6 +117,48 @@ TEST_F(RvHost, AFileThatCannotBeWrittenIsAFailure) {
                                L"2", L"--samples-csv", m_folder.File(L"no-such-folder\\samples.csv")});
     EXPECT_EQ(result.code, 1);
     EXPECT_TRUE(Contains(result.output, "rvhost: cannot write ")) << result.output;
+}
+
+/// Runs rvhost with the arguments behind the first one on a console of its own, presses Ctrl+C as soon as the file is
+/// there that the first one names, and tells what came of it.
+RAVLO_ROLE(PressCtrlC) {
+    FreeConsole();
+    if (!AllocConsole()) {
+        return 3;
+    }
+    ChildProcess host = StartProgram(L"rvhost", Arguments(arguments.begin() + 1, arguments.end()));
+    EXPECT_TRUE(WaitUntil([&] { return std::filesystem::exists(arguments.front()); }, 20000, 10)) << host.Output();
+    // Samples have to come before there is something to sum up.
+    EXPECT_FALSE(host.Wait(500)) << host.Output();
+    SetConsoleCtrlHandler(nullptr, TRUE);  // all programs of the console get it, and this one has to go on
+    const ULONGLONG pressed = GetTickCount64();
+    EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0)) << GetLastError();
+    const ProgramResult result = FinishProgram(host);
+    std::printf("ended with %d after %llu ms\n%s", result.code, GetTickCount64() - pressed, result.output.c_str());
+    return 0;
+}
+
+TEST_F(RvHost, CtrlCEndsItSoonWithASummaryAndCompleteFiles) {
+    const std::wstring csv = m_folder.File(L"samples.csv");
+    ChildProcess role =
+        StartRole("PressCtrlC", {csv, L"--dll", Dll(), L"--geometry", L"1280x720@30", L"--pipe", UniquePipeName(),
+                                 L"--samples-csv", csv, L"--snapshot", m_folder.File(L"last.png"), L"--contact-sheet",
+                                 m_folder.File(L"sheet.png"), L"--every", L"1", L"--y4m", m_folder.File(L"v.y4m")});
+    ASSERT_EQ(role.Wait(60000), 0U) << role.Output();
+    const std::string text = role.Output();
+    int code = -1;
+    unsigned long long milliseconds = 0;
+    ASSERT_EQ(std::sscanf(text.c_str(), "ended with %d after %llu ms", &code, &milliseconds), 2) << text;
+    EXPECT_EQ(code, 130) << text;
+    EXPECT_LT(milliseconds, 4000U) << text;  // a second, and what a busy machine adds
+    EXPECT_TRUE(Contains(text, "\nsamples:          ")) << text;
+    EXPECT_TRUE(text.ends_with("rvhost: interrupted\n")) << text;
+    if (!Contains(text, "there was no time to finish")) {
+        EXPECT_EQ(m_folder.Read(L"last.png").substr(0, 8), "\x89PNG\r\n\x1A\n");
+        EXPECT_EQ(m_folder.Read(L"last.png").size(), 2'765'798U) << "not compressed, to be quick";
+        EXPECT_EQ(m_folder.Read(L"sheet.png").substr(0, 8), "\x89PNG\r\n\x1A\n");
+        EXPECT_EQ((m_folder.Read(L"v.y4m").size() - 65) % (1'382'400 + 6), 0U);
+    }
 }
 
 TEST_F(RvHost, TheUserIsNamedByItsSid) {

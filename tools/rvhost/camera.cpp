@@ -22,7 +22,14 @@ std::string WithResult(const std::string& what, HRESULT hr) {
 
 void Check(HRESULT hr, const char* what) {
     if (FAILED(hr)) {
-        throw CameraError(ExitCode::Failure, WithResult(what, hr));
+        throw ProgramError(ExitCode::Failure, WithResult(what, hr));
+    }
+}
+
+/// For a camera that is not there, or is something else: what helps is to install it.
+void CheckInstalled(HRESULT hr, const std::string& what, const std::string& advice) {
+    if (FAILED(hr)) {
+        throw ProgramError(ExitCode::NotInstalled, WithResult(what, hr) + advice);
     }
 }
 
@@ -31,41 +38,46 @@ ComPtr<IMFActivate> CreateRegistered() {
     const HRESULT hr =
         CoCreateInstance(kMediaSourceClassId, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(activate.Put()));
     if (hr == REGDB_E_CLASSNOTREG) {
-        throw CameraError(ExitCode::NotInstalled,
-                          "the camera is not registered: run regsvr32 rvmediasource.dll as administrator, or name the "
-                          "file with --dll");
+        throw ProgramError(ExitCode::NotInstalled,
+                           "the camera is not registered: run rvsetup install as administrator, or name its file with "
+                           "--dll");
     }
-    Check(hr, "the registered camera cannot be created");
+    CheckInstalled(hr, "the camera is registered but cannot be created",
+                   ": run rvsetup install again; rvsetup doctor tells what is wrong");
     return activate;
 }
 
 /// The loader asks for a full path; what the user gives may start at the current folder.
-std::wstring FullPath(const std::wstring& path) {
+std::wstring FullPath(const std::string& text) {
+    const std::wstring path = ToWide(text);
     std::wstring full(GetFullPathNameW(path.c_str(), 0, nullptr, nullptr), L'\0');
     const DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
     if (length == 0 || length >= full.size()) {
-        throw CameraError(ExitCode::NotInstalled, "\"" + ToUtf8(path) + "\" is no path");
+        throw ProgramError(ExitCode::NotInstalled, "\"" + text + "\" is no path; name the camera's file with --dll");
     }
     full.resize(length);
     return full;
 }
 
-ComPtr<IMFActivate> CreateFromDll(const std::wstring& file) {
+ComPtr<IMFActivate> CreateFromDll(const std::string& file) {
+    constexpr const char* kAdvice = ": give the path of rvmediasource.dll, or run rvsetup install and leave --dll out";
     const std::wstring path = FullPath(file);
+    const std::string name = ToUtf8(path);
     // Never unloaded: the reader may let go of the last objects on threads of its own.
     const HMODULE module = LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     if (module == nullptr) {
-        throw CameraError(ExitCode::NotInstalled,
-                          "cannot load " + ToUtf8(path) + ": " + SystemErrorText(GetLastError()));
+        throw ProgramError(ExitCode::NotInstalled,
+                           "cannot load " + name + ", " + SystemErrorText(GetLastError()) + kAdvice);
     }
     const auto getClassObject = reinterpret_cast<decltype(&DllGetClassObject)>(
         reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
     if (getClassObject == nullptr) {
-        throw CameraError(ExitCode::Failure, ToUtf8(path) + " is no COM server: it exports no DllGetClassObject");
+        throw ProgramError(ExitCode::NotInstalled,
+                           name + " is no COM server, it exports no DllGetClassObject" + kAdvice);
     }
     ComPtr<IClassFactory> factory;
-    Check(getClassObject(kMediaSourceClassId, IID_PPV_ARGS(factory.Put())),
-          "the file does not hold the camera's class");
+    CheckInstalled(getClassObject(kMediaSourceClassId, IID_PPV_ARGS(factory.Put())),
+                   name + " does not hold the camera's class", kAdvice);
     ComPtr<IMFActivate> activate;
     Check(factory->CreateInstance(nullptr, IID_PPV_ARGS(activate.Put())), "the camera cannot be created");
     return activate;
@@ -82,7 +94,7 @@ FrameGeometry ReadGeometry(IMFSourceReader& reader) {
     GUID subtype{};
     Check(type->GetGUID(MF_MT_SUBTYPE, &subtype), "the camera's media type has no subtype");
     if (subtype != MFVideoFormat_NV12) {
-        throw CameraError(ExitCode::Failure, "the camera does not deliver NV12");
+        throw ProgramError(ExitCode::Failure, "the camera does not deliver NV12");
     }
     FrameGeometry geometry{};
     Check(MFGetAttributeSize(type.Get(), MF_MT_FRAME_SIZE, &geometry.width, &geometry.height),
@@ -122,7 +134,7 @@ Camera::Camera(const CameraOptions& options) {
               "the geometry cannot be set");
     }
     if (!options.pipeName.empty()) {
-        Check(activate->SetString(kPipeNameAttribute, options.pipeName.c_str()), "the pipe name cannot be set");
+        Check(activate->SetString(kPipeNameAttribute, ToWide(options.pipeName).c_str()), "the pipe name cannot be set");
     }
     ComPtr<IMFMediaSource> source;
     Check(activate->ActivateObject(IID_PPV_ARGS(source.Put())), "the camera cannot be activated");
@@ -131,8 +143,8 @@ Camera::Camera(const CameraOptions& options) {
     guard.Dismiss();
     m_geometry = ReadGeometry(*m_reader.Get());
     if (options.geometry && m_geometry != *options.geometry) {
-        throw CameraError(ExitCode::Failure, "the camera did not take the requested geometry; it offers " +
-                                                 ToUtf8(GeometryText(m_geometry)));
+        throw ProgramError(ExitCode::Failure, "the camera did not take the requested geometry; it offers " +
+                                                  ToUtf8(GeometryText(m_geometry)));
     }
 }
 
@@ -143,7 +155,7 @@ ComPtr<IMFSample> Camera::ReadSample() {
     Check(m_reader->ReadSample(kFirstVideoStream, 0, nullptr, &flags, &time, sample.Put()),
           "the camera's stream has failed");
     if ((flags & (MF_SOURCE_READERF_ERROR | MF_SOURCE_READERF_ENDOFSTREAM)) != 0) {
-        throw CameraError(ExitCode::Failure, "the camera's stream has ended");
+        throw ProgramError(ExitCode::Failure, "the camera's stream has ended");
     }
     return sample;
 }

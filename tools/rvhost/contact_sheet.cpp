@@ -1,12 +1,11 @@
 #include "rvhost/contact_sheet.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstring>
 #include <utility>
 
-#include <stb/stb_easy_font.h>
+#include "rvhost/text_boxes.h"
 
 namespace ravlo {
 namespace {
@@ -39,27 +38,9 @@ void Fill(RgbImage& image, const Box& box, Rgb colour) {
     }
 }
 
-/// The font comes as axis-aligned rectangles of four corners each.
-struct Corner {
-    float x;
-    float y;
-    float z;
-    std::uint8_t colour[4];
-};
-static_assert(sizeof(Corner) == 16);
-
-void DrawText(RgbImage& image, std::uint32_t x, std::uint32_t y, std::string text, Rgb colour) {
-    std::vector<std::byte> memory(text.size() * 300 + 64);
-    const int quads = stb_easy_font_print(0, 0, text.data(), nullptr, memory.data(), static_cast<int>(memory.size()));
-    for (int i = 0; i < quads; ++i) {
-        std::array<Corner, 4> corners{};
-        std::memcpy(corners.data(), memory.data() + static_cast<std::size_t>(i) * sizeof(corners), sizeof(corners));
-        const auto left = static_cast<std::uint32_t>(corners[0].x);
-        const auto top = static_cast<std::uint32_t>(corners[0].y);
-        const auto right = static_cast<std::uint32_t>(corners[2].x);
-        const auto bottom = static_cast<std::uint32_t>(corners[2].y);
-        Fill(image,
-             {x + left * kTextScale, y + top * kTextScale, (right - left) * kTextScale, (bottom - top) * kTextScale},
+void DrawText(RgbImage& image, std::uint32_t x, std::uint32_t y, const std::string& text, Rgb colour) {
+    for (const TextBox& box : LayOutText(text)) {
+        Fill(image, {x + box.x * kTextScale, y + box.y * kTextScale, box.width * kTextScale, box.height * kTextScale},
              colour);
     }
 }

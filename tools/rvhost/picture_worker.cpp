@@ -9,8 +9,6 @@
 #include <system_error>
 #include <utility>
 
-#include "rvhost/png_file.h"
-
 namespace ravlo {
 namespace {
 
@@ -20,17 +18,22 @@ constexpr const char* kNoMemory = "out of memory";  // short enough to be kept w
 constexpr Rgb kLiveColour{34, 139, 60};
 constexpr Rgb kPatternColour{190, 110, 10};
 
-std::string FileName(std::int64_t elapsedMs, PictureKind kind) {
+std::string FileName(PictureNaming naming, const PictureTag& tag) {
     std::array<char, 64> name{};
-    std::snprintf(name.data(), name.size(), "/%04d.%03d-%s.png", static_cast<int>(elapsedMs / 1000),
-                  static_cast<int>(elapsedMs % 1000), PictureKindWord(kind));
+    if (naming == PictureNaming::BySample) {
+        std::snprintf(name.data(), name.size(), "/%06llu-%s.png", static_cast<unsigned long long>(tag.sample),
+                      PictureKindWord(tag.kind));
+    } else {
+        std::snprintf(name.data(), name.size(), "/%04d.%03d-%s.png", static_cast<int>(tag.elapsedMs / 1000),
+                      static_cast<int>(tag.elapsedMs % 1000), PictureKindWord(tag.kind));
+    }
     return name.data();
 }
 
-std::string Label(std::int64_t elapsedMs, PictureKind kind) {
+std::string Label(const PictureTag& tag) {
     std::array<char, 64> label{};
-    std::snprintf(label.data(), label.size(), "%.1f s  %s", static_cast<double>(elapsedMs) / 1000.0,
-                  PictureKindWord(kind));
+    std::snprintf(label.data(), label.size(), "%.1f s  %s", static_cast<double>(tag.elapsedMs) / 1000.0,
+                  PictureKindWord(tag.kind));
     return label.data();
 }
 
@@ -39,7 +42,7 @@ std::string Label(std::int64_t elapsedMs, PictureKind kind) {
 PictureWorker::PictureWorker(PictureOptions options, const FrameGeometry& geometry)
     : m_options(std::move(options)), m_geometry(geometry) {
     for (std::size_t i = 0; i < kBuffers; ++i) {
-        m_free.push_back({std::vector<std::uint8_t>(FrameBytes(geometry)), 0, PictureKind::Pattern});
+        m_free.push_back({std::vector<std::uint8_t>(FrameBytes(geometry)), {}});
     }
     if (!m_options.directory.empty()) {
         std::error_code failed;
@@ -58,7 +61,7 @@ PictureWorker::~PictureWorker() {
     }
 }
 
-bool PictureWorker::Offer(std::span<const std::uint8_t> nv12, std::int64_t elapsedMs, PictureKind kind) {
+bool PictureWorker::Offer(std::span<const std::uint8_t> nv12, const PictureTag& tag) {
     Job job;
     {
         const std::lock_guard lock(m_mutex);
@@ -70,15 +73,14 @@ bool PictureWorker::Offer(std::span<const std::uint8_t> nv12, std::int64_t elaps
         m_free.pop_front();
     }
     std::copy_n(nv12.begin(), std::min(nv12.size(), job.nv12.size()), job.nv12.begin());
-    job.elapsedMs = elapsedMs;
-    job.kind = kind;
+    job.tag = tag;
     const std::lock_guard lock(m_mutex);
     m_waiting.push_back(std::move(job));
     m_offered.notify_one();
     return true;
 }
 
-void PictureWorker::Finish() noexcept {
+void PictureWorker::Finish(PngEffort effort) noexcept {
     {
         const std::lock_guard lock(m_mutex);
         m_finishing = true;
@@ -86,7 +88,7 @@ void PictureWorker::Finish() noexcept {
     }
     m_thread.join();
     try {
-        WriteContactSheet();
+        WriteContactSheet(effort);
     } catch (const std::bad_alloc&) {
         KeepError(kNoMemory);
     } catch (const std::exception& error) {
@@ -141,27 +143,27 @@ void PictureWorker::WriteOffered() {
 void PictureWorker::Write(const Job& job) {
     RgbImage picture = MakeThumbnail(job.nv12, m_geometry, m_options.thumbnailWidth);
     if (!m_options.directory.empty()) {
-        Save(m_options.directory + FileName(job.elapsedMs, job.kind), picture);
+        Save(m_options.directory + FileName(m_options.naming, job.tag), picture, PngEffort::Small);
     }
     if (!m_options.contactSheet.empty()) {
-        const bool added = m_sheet.Add(std::move(picture), Label(job.elapsedMs, job.kind),
-                                       job.kind == PictureKind::Live ? kLiveColour : kPatternColour);
+        const bool added = m_sheet.Add(std::move(picture), Label(job.tag),
+                                       job.tag.kind == PictureKind::Live ? kLiveColour : kPatternColour);
         m_leftOut += added ? 0U : 1U;
     }
 }
 
-void PictureWorker::WriteContactSheet() {
+void PictureWorker::WriteContactSheet(PngEffort effort) {
     if (m_options.contactSheet.empty() || m_sheet.IsEmpty()) {
         return;
     }
     std::array<char, 128> title{};
     std::snprintf(title.data(), title.size(), "%ux%u at %u/%u   green: live   orange: test pattern", m_geometry.width,
                   m_geometry.height, m_geometry.rateNumerator, m_geometry.rateDenominator);
-    Save(m_options.contactSheet, m_sheet.Draw(kSheetColumns, title.data()));
+    Save(m_options.contactSheet, m_sheet.Draw(kSheetColumns, title.data()), effort);
 }
 
-void PictureWorker::Save(const std::string& path, const RgbImage& image) {
-    if (!WritePng(path, image)) {
+void PictureWorker::Save(const std::string& path, const RgbImage& image, PngEffort effort) {
+    if (!WritePng(path, image, effort)) {
         KeepError("cannot write " + path);
     }
 }

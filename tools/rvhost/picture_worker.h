@@ -12,15 +12,30 @@
 
 #include "rvhost/contact_sheet.h"
 #include "rvhost/picture_kind.h"
+#include "rvhost/png_file.h"
 #include "stream/geometry.h"
 
 namespace ravlo {
+
+/// What the files of pictures are called.
+enum class PictureNaming : std::uint8_t {
+    ByTime,    ///< seconds since the start, such as 0012.340-live.png
+    BySample,  ///< number of the sample, such as 000123-live.png
+};
 
 /// Where pictures go. Paths are UTF-8; an empty one means "not wanted".
 struct PictureOptions {
     std::string directory;
     std::string contactSheet;
     std::uint32_t thumbnailWidth;
+    PictureNaming naming = PictureNaming::ByTime;
+};
+
+/// Which picture it is.
+struct PictureTag {
+    std::int64_t elapsedMs;  ///< since the start
+    std::uint64_t sample;    ///< counts from 1
+    PictureKind kind;
 };
 
 /// Scales, converts and writes pictures on a thread of its own, so that the thread which pulls samples never waits for
@@ -33,10 +48,10 @@ public:
     ~PictureWorker();
 
     /// Copies one packed NV12 frame for writing. False, and counted, when all buffers are in use. Pulling thread.
-    bool Offer(std::span<const std::uint8_t> nv12, std::int64_t elapsedMs, PictureKind kind);
+    bool Offer(std::span<const std::uint8_t> nv12, const PictureTag& tag);
 
     /// Waits until everything offered is written, then writes the contact sheet. Call it once, after the last Offer.
-    void Finish() noexcept;
+    void Finish(PngEffort effort = PngEffort::Small) noexcept;
 
     std::uint64_t Dropped() const;
     /// Why a file could not be written, as a sentence; empty when all went well. Complete after Finish.
@@ -47,15 +62,14 @@ public:
 private:
     struct Job {
         std::vector<std::uint8_t> nv12;
-        std::int64_t elapsedMs = 0;
-        PictureKind kind = PictureKind::Pattern;
+        PictureTag tag{};
     };
 
     void Run() noexcept;
     void WriteOffered();
     void Write(const Job& job);
-    void WriteContactSheet();
-    void Save(const std::string& path, const RgbImage& image);
+    void WriteContactSheet(PngEffort effort);
+    void Save(const std::string& path, const RgbImage& image, PngEffort effort);
     void KeepError(std::string sentence) noexcept;
 
     const PictureOptions m_options;

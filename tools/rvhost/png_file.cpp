@@ -11,7 +11,11 @@
 
 namespace ravlo {
 
-bool WritePng(const std::string& path, const RgbImage& image) {
+bool WritePng(const std::string& path, const RgbImage& image, PngEffort effort) {
+    if (effort == PngEffort::Quick) {
+        const std::vector<std::uint8_t> file = PlainPng(image);
+        return WriteWholeFile(path, file.data(), file.size());
+    }
     int length = 0;
     unsigned char* const bytes =
         stbi_write_png_to_mem(image.pixels.data(), static_cast<int>(image.width) * 3, static_cast<int>(image.width),

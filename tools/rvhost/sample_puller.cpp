@@ -4,14 +4,14 @@
 
 #include <mfapi.h>
 
-#include <cstdio>
 #include <exception>
-#include <limits>
 #include <new>
 #include <span>
+#include <stdexcept>
 #include <utility>
 
 #include "common/clock.h"
+#include "common/media_platform.h"
 #include "common/messages.h"
 
 namespace ravlo {
@@ -28,25 +28,8 @@ std::int64_t UnixMs() noexcept {
     return (ticks - kUnixEpoch) / kTicksPerMs;
 }
 
-/// COM and Media Foundation for one thread.
-class MediaPlatform {
-public:
-    MediaPlatform() {
-        if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {
-            throw CameraError(ExitCode::UnsupportedSystem, "COM could not be started");
-        }
-        if (FAILED(MFStartup(MF_VERSION, MFSTARTUP_FULL))) {
-            CoUninitialize();
-            throw CameraError(ExitCode::UnsupportedSystem, "Media Foundation could not be started");
-        }
-    }
-    MediaPlatform(const MediaPlatform&) = delete;
-    MediaPlatform& operator=(const MediaPlatform&) = delete;
-    ~MediaPlatform() {
-        MFShutdown();
-        CoUninitialize();
-    }
-};
+/// Files may take longer than the camera may stay silent: a time of progress that no clock reaches.
+constexpr std::int64_t kNeverSilent = INT64_MAX / 2;
 
 /// The bytes of a sample for as long as this lives.
 class LockedBuffer {
@@ -54,7 +37,7 @@ public:
     explicit LockedBuffer(IMFSample& sample) {
         if (FAILED(sample.ConvertToContiguousBuffer(m_buffer.Put())) ||
             FAILED(m_buffer->Lock(&m_data, nullptr, &m_length))) {
-            throw CameraError(ExitCode::Failure, "a sample's picture cannot be read");
+            throw ProgramError(ExitCode::Failure, "a sample's picture cannot be read");
         }
     }
     LockedBuffer(const LockedBuffer&) = delete;
@@ -74,22 +57,23 @@ private:
 SamplePuller::SamplePuller(HostOptions options)
     : m_options(std::move(options)),
       m_finished(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+      m_windowClosed(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       m_lastProgress(SteadyTicks()) {
-    if (!m_finished) {
-        throw CameraError(ExitCode::Failure, "the system refused an event");
+    if (!m_finished || !m_windowClosed) {
+        throw ProgramError(ExitCode::Failure, "the system refused an event");
     }
 }
 
 void SamplePuller::Run() noexcept {
     Attempt(&SamplePuller::Pull);
-    Attempt(&SamplePuller::FinishPictures);  // a camera that has failed has left pictures too
+    Attempt(&SamplePuller::Finish);  // a camera that has failed has left pictures too
     SetEvent(m_finished.Get());
 }
 
 void SamplePuller::Attempt(void (SamplePuller::*step)()) noexcept {
     try {
         (this->*step)();
-    } catch (const CameraError& error) {
+    } catch (const ProgramError& error) {
         Fail(error.Code(), error.what());
     } catch (const std::bad_alloc&) {
         Fail(ExitCode::Failure, "out of memory");
@@ -100,148 +84,109 @@ void SamplePuller::Attempt(void (SamplePuller::*step)()) noexcept {
 
 void SamplePuller::Pull() {
     const MediaPlatform platform;
-    Camera camera(m_options.camera);
+    Camera camera({m_options.geometry, m_options.pipeName, m_options.dll});
     Begin(camera.Geometry());
-    while (!m_stop.load() && !IsEnough(MFGetSystemTime() - m_start)) {
+    while (!m_stop.load() && !IsEnough()) {
         if (const ComPtr<IMFSample> sample = camera.ReadSample()) {
             TakeSample(*sample.Get());
         }
         m_lastProgress.store(SteadyTicks());
     }
-    // Before the camera is closed, which may take longer than an interrupted program has left.
-    FinishPictures();
 }
 
-void SamplePuller::FinishPictures() {
-    if (!m_pictures) {
-        return;
-    }
-    // Nobody waits for the camera meanwhile, so its silence means nothing.
-    const std::int64_t longestSilence = m_longestSilence.exchange(std::numeric_limits<std::int64_t>::max());
-    m_pictures->Finish();
-    m_lastProgress.store(SteadyTicks());
-    m_longestSilence.store(longestSilence);
-    const std::string note = m_pictures->SheetNote();
-    if (!note.empty()) {
-        Say(note);
-    }
-    const std::string error = m_pictures->Error();
-    if (!error.empty()) {
-        Fail(ExitCode::Failure, error);
-    }
-    m_pictures.reset();
-}
-
-void SamplePuller::Begin(const FrameGeometry& geometry) {
-    m_geometry = geometry;
-    m_longestSilence.store(LongestSilenceAt(SampleDuration(geometry)));
-    if (!m_options.pictureDirectory.empty() || !m_options.contactSheet.empty()) {
-        m_pictures = std::make_unique<PictureWorker>(
-            PictureOptions{m_options.pictureDirectory, m_options.contactSheet, m_options.pictureWidth}, geometry);
-    }
-    const std::lock_guard lock(m_mutex);
-    m_start = MFGetSystemTime();
-    m_statistics.emplace(SampleDuration(geometry));
-    if (!m_options.samplesCsv.empty()) {
-        m_csv.emplace(m_options.samplesCsv, m_start, UnixMs());
-        if (!m_csv->IsOpen()) {
-            throw CameraError(ExitCode::Failure, "cannot write " + m_options.samplesCsv);
+void SamplePuller::Finish() {
+    m_preview.reset();
+    m_lastProgress.store(kNeverSilent);
+    if (m_owned) {
+        // Whoever stopped it waits.
+        const PngEffort effort = m_stop.load() ? PngEffort::Quick : PngEffort::Small;
+        for (const std::string& problem : m_owned->FinishFiles(effort)) {
+            Fail(ExitCode::Failure, problem);
         }
     }
 }
 
-bool SamplePuller::IsEnough(std::int64_t elapsed) const {
-    if (m_options.lengthMs && elapsed >= *m_options.lengthMs * kTicksPerMs) {
+void SamplePuller::Begin(const FrameGeometry& geometry) {
+    m_longestSilence.store(LongestSilenceAt(SampleDuration(geometry)));
+    if (m_options.preview) {
+        OpenPreview(geometry);
+    }
+    m_start = {MFGetSystemTime(), SteadyTicks()};
+    m_owned = std::make_unique<SampleRecorder>(m_options, geometry, m_start, UnixMs());
+    m_recorder.store(m_owned.get());
+}
+
+void SamplePuller::OpenPreview(const FrameGeometry& geometry) {
+    m_lastProgress.store(kNeverSilent);  // a desktop that takes its time is not the camera's silence
+    try {
+        m_preview = std::make_unique<PreviewWindow>(geometry, "Ravlo camera", m_windowClosed.Get());
+    } catch (const std::runtime_error& error) {
+        throw ProgramError(ExitCode::Failure,
+                           std::string(error.what()) + "; leave --preview out where there is no desktop");
+    }
+    m_lastProgress.store(SteadyTicks());
+}
+
+bool SamplePuller::IsEnough() const {
+    if (m_options.lengthMs && SteadyTicks() - m_start.steady >= *m_options.lengthMs * kTicksPerMs) {
         return true;
     }
-    const std::lock_guard lock(m_mutex);
-    return m_options.frames && m_statistics->Samples() >= *m_options.frames;
+    return m_options.frames && m_owned->Samples() >= *m_options.frames;
 }
 
 void SamplePuller::TakeSample(IMFSample& sample) {
-    // The clock that stamps the samples, so that the difference means something on every system.
-    const std::int64_t arrival = MFGetSystemTime();
-    LONGLONG sampleTime = 0;
-    if (FAILED(sample.GetSampleTime(&sampleTime))) {
-        throw CameraError(ExitCode::Failure, "a sample carries no time");
+    // The first is of the clock that stamps the samples, so that the difference means something on every system.
+    const Moment arrival{MFGetSystemTime(), SteadyTicks()};
+    LONGLONG time = 0;
+    if (FAILED(sample.GetSampleTime(&time))) {
+        throw ProgramError(ExitCode::Failure, "a sample carries no time");
     }
-    const PictureKind kind = Look(sample, arrival - m_start);
-    const std::lock_guard lock(m_mutex);
-    const SampleRecord record = m_statistics->Add(arrival, sampleTime, kind);
-    if (m_csv) {
-        m_csv->Write(record);
-    }
-}
-
-PictureKind SamplePuller::Look(IMFSample& sample, std::int64_t elapsed) {
     const LockedBuffer buffer(sample);
-    if (buffer.Bytes().size() != FrameBytes(m_geometry)) {
-        throw CameraError(ExitCode::Failure, "a sample holds " + std::to_string(buffer.Bytes().size()) +
-                                                 " bytes instead of " + std::to_string(FrameBytes(m_geometry)));
+    const PreviewFacts facts = m_owned->Take({buffer.Bytes(), time, arrival});
+    if (m_preview) {
+        m_preview->Offer(buffer.Bytes(), facts);
     }
-    const PictureKind kind = JudgePicture(buffer.Bytes(), m_geometry);
-    const std::int64_t elapsedMs = elapsed / kTicksPerMs;
-    if (m_pictures && elapsedMs >= m_nextPictureMs) {
-        m_pictures->Offer(buffer.Bytes(), elapsedMs, kind);
-        m_nextPictureMs = (elapsedMs / m_options.pictureEveryMs + 1) * m_options.pictureEveryMs;
-        const std::lock_guard lock(m_mutex);
-        m_droppedPictures = m_pictures->Dropped();
-    }
-    return kind;
 }
 
-void SamplePuller::Fail(ExitCode code, const std::string& sentence) {
+void SamplePuller::Fail(ExitCode code, const std::string& sentence) noexcept {
     const std::lock_guard lock(m_mutex);
     if (m_code == ExitCode::Ok) {  // what failed first is the cause
         m_code = code;
-        m_problem = sentence;
+    }
+    try {
+        m_problems.push_back(sentence);
+    } catch (const std::bad_alloc&) {
+        return;  // the code still tells that something failed
     }
 }
 
-ExitCode SamplePuller::Summarize() {
-    const std::lock_guard lock(m_mutex);
-    if (m_statistics) {
-        PrintSummary();
+std::optional<HostReport> SamplePuller::Report() const {
+    const SampleRecorder* const recorder = m_recorder.load();
+    return recorder == nullptr ? std::nullopt : std::optional(recorder->Report(SteadyTicks()));
+}
+
+ExitCode SamplePuller::Conclude() {
+    SampleRecorder* const recorder = m_recorder.load();
+    if (recorder != nullptr && !recorder->FlushCsv()) {
+        Fail(ExitCode::Failure, "cannot write " + m_options.samplesCsv);
     }
-    if (m_csv && !m_csv->Flush()) {
-        Say("cannot write " + m_options.samplesCsv);
-        return ExitCode::Failure;
+    const std::lock_guard lock(m_mutex);
+    for (const std::string& problem : m_problems) {
+        Say(problem);
     }
     if (m_code != ExitCode::Ok) {
-        Say(m_problem);
         return m_code;
     }
-    if (!m_statistics || m_statistics->Samples() == 0) {
+    const HostReport report = recorder == nullptr ? HostReport{} : recorder->Report(SteadyTicks());
+    if (report.samples == 0) {
         Say("the camera delivered no sample");
         return ExitCode::Failure;
     }
-    if (m_statistics->GridErrors() != 0) {
+    if (report.gridErrors != 0) {
         Say("sample times have left the grid");
         return ExitCode::Failure;
     }
     return ExitCode::Ok;
-}
-
-void SamplePuller::PrintSummary() const {
-    const SampleStatistics& seen = *m_statistics;
-    const auto ms = [&seen](std::size_t percent) {
-        return static_cast<double>(seen.Lateness(percent)) / static_cast<double>(kTicksPerMs);
-    };
-    std::printf(
-        "geometry:         %ux%u at %u/%u\n"
-        "samples:          %llu\n"
-        "live:             %llu\n"
-        "pattern:          %llu\n"
-        "grid errors:      %llu\n"
-        "skipped periods:  %llu\n"
-        "dropped pictures: %llu\n"
-        "lateness:         p50 %.1f ms, p99 %.1f ms\n",
-        m_geometry.width, m_geometry.height, m_geometry.rateNumerator, m_geometry.rateDenominator,
-        static_cast<unsigned long long>(seen.Samples()), static_cast<unsigned long long>(seen.Live()),
-        static_cast<unsigned long long>(seen.Pattern()), static_cast<unsigned long long>(seen.GridErrors()),
-        static_cast<unsigned long long>(seen.SkippedPeriods()), static_cast<unsigned long long>(m_droppedPictures),
-        ms(50), ms(99));
-    std::fflush(stdout);
 }
 
 }  // namespace ravlo

@@ -1,18 +1,23 @@
 #pragma once
 
+#include <windows.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "common/exit_codes.h"
 #include "platform/unique_handle.h"
-#include "rvhost/host_run.h"
-#include "rvhost/picture_worker.h"
-#include "rvhost/sample_csv.h"
+#include "rvhost/camera.h"
+#include "rvhost/host_report.h"
+#include "rvhost/options.h"
+#include "rvhost/preview_window.h"
+#include "rvhost/sample_recorder.h"
 #include "rvhost/sample_silence.h"
-#include "rvhost/sample_statistics.h"
 
 namespace ravlo {
 
@@ -27,8 +32,11 @@ public:
     /// Any thread: no sample after the current one.
     void Stop() noexcept { m_stop.store(true); }
 
-    /// Signalled when Run has ended; all pictures are written then.
+    /// Signalled when Run has ended; all files are written then.
     HANDLE FinishedEvent() const noexcept { return m_finished.Get(); }
+
+    /// Signalled when the user has closed the preview.
+    HANDLE WindowClosedEvent() const noexcept { return m_windowClosed.Get(); }
 
     /// Any thread: steady time, in units of 100 ns, of the last progress.
     std::int64_t LastProgress() const noexcept { return m_lastProgress.load(); }
@@ -36,39 +44,40 @@ public:
     /// Any thread: how long, in units of 100 ns, a camera that works may stay silent.
     std::int64_t LongestSilence() const noexcept { return m_longestSilence.load(); }
 
-    /// Any thread: prints what was seen so far on standard output and completes the CSV file. Reports every failure on
-    /// standard error; the result is Ok only for a run with samples and without any failure.
-    ExitCode Summarize();
+    /// Any thread: what was seen so far; nothing before the camera runs.
+    std::optional<HostReport> Report() const;
+
+    /// Any thread: completes the file with a line a sample and reports every failure on standard error. The result is
+    /// Ok only for a run with samples and without any failure.
+    ExitCode Conclude();
 
 private:
     void Attempt(void (SamplePuller::*step)()) noexcept;
     void Pull();
-    void FinishPictures();
+    void Finish();
     void Begin(const FrameGeometry& geometry);
-    bool IsEnough(std::int64_t elapsed) const;
+    void OpenPreview(const FrameGeometry& geometry);
+    bool IsEnough() const;
     void TakeSample(IMFSample& sample);
-    PictureKind Look(IMFSample& sample, std::int64_t elapsed);
-    void Fail(ExitCode code, const std::string& sentence);
-    void PrintSummary() const;
+    void Fail(ExitCode code, const std::string& sentence) noexcept;
 
     const HostOptions m_options;
     UniqueObject m_finished;
+    UniqueObject m_windowClosed;
     std::atomic<bool> m_stop{false};
     std::atomic<std::int64_t> m_lastProgress;
     std::atomic<std::int64_t> m_longestSilence{LongestSilenceAt(0)};
 
     // Pulling thread only.
-    FrameGeometry m_geometry{};
-    std::int64_t m_start = 0;  ///< of the clock that stamps samples
-    std::int64_t m_nextPictureMs = 0;
-    std::unique_ptr<PictureWorker> m_pictures;
+    Moment m_start{};
+    std::unique_ptr<PreviewWindow> m_preview;
+    std::unique_ptr<SampleRecorder> m_owned;
 
-    mutable std::mutex m_mutex;
-    std::optional<SampleStatistics> m_statistics;
-    std::optional<SampleCsv> m_csv;
-    std::uint64_t m_droppedPictures = 0;
+    std::atomic<SampleRecorder*> m_recorder{nullptr};  ///< m_owned for all threads, once it is there
+
+    std::mutex m_mutex;
     ExitCode m_code = ExitCode::Ok;
-    std::string m_problem;
+    std::vector<std::string> m_problems;
 };
 
 }  // namespace ravlo

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
+#include "rvhost/delay_distribution.h"
 #include "rvhost/picture_kind.h"
 
 namespace ravlo {
@@ -33,20 +33,33 @@ public:
     /// Grid times between two samples for which no sample came.
     std::uint64_t SkippedPeriods() const noexcept { return m_skipped; }
 
-    /// Lateness in units of 100 ns below which `percent` of the samples stay. A sample's lateness is its arrival minus
-    /// its time, less the smallest such difference of all samples, so that a constant offset between the two does not
-    /// count.
-    std::int64_t Lateness(std::size_t percent) const;
+    /// Samples a second from the first arrival to the last; 0 for less than two samples.
+    double MeanRate() const noexcept;
+
+    /// Lateness in units of 100 ns, to 10 microseconds, which `percent` of the samples do not exceed; 100 is the largest
+    /// one. A sample's lateness is its arrival minus the time that the grid intends for it, which is the last grid time
+    /// not after the sample's own, less the smallest such difference of all samples, so that a constant offset between
+    /// the two does not count.
+    std::int64_t Lateness(std::uint64_t percent) const noexcept;
+
+    /// Lateness of the sample that was added last; 0 before the first.
+    std::int64_t LastLateness() const noexcept;
+
+    /// How many samples had which lateness; the counts add up to Samples().
+    std::vector<DelayBucket> LatenessBuckets() const { return m_delays.Buckets(m_delays.Smallest()); }
 
 private:
     std::int64_t m_period;
     std::int64_t m_firstTime = 0;
     std::int64_t m_lastTime = 0;
+    std::int64_t m_firstArrival = 0;
+    std::int64_t m_lastArrival = 0;
+    std::int64_t m_lastDelay = 0;
     std::uint64_t m_live = 0;
     std::uint64_t m_pattern = 0;
     std::uint64_t m_gridErrors = 0;
     std::uint64_t m_skipped = 0;
-    std::vector<std::int64_t> m_delays;  ///< arrival minus sample time, one a sample
+    DelayDistribution m_delays;  ///< arrival minus intended time, one a sample
 };
 
 }  // namespace ravlo
