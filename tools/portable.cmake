@@ -6,6 +6,9 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     common/messages.cpp
     common/parse_text.cpp
     common/test_card_stamp.cpp
+    rvclient/camera_list.cpp
+    rvclient/options.cpp
+    rvclient/result_meaning.cpp
     rvfeeder/camera_limits.cpp
     rvfeeder/command_schedule.cpp
     rvfeeder/connection_history.cpp
@@ -68,6 +71,7 @@ set(RAVLO_PORTABLE_TOOL_TESTS
     preview_parts
     png_file
     report_writer
+    rvclient_options
     rvfeeder_connection
     rvfeeder_demand
     rvfeeder_options
