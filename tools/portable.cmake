@@ -55,7 +55,30 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     rvhost/stamp_statistics.cpp
     rvhost/text_boxes.cpp
     rvhost/thumbnail.cpp
-    rvhost/y4m_recorder.cpp)
+    rvhost/y4m_recorder.cpp
+    rvsetup/doctor/access_check.cpp
+    rvsetup/doctor/diagnose.cpp
+    rvsetup/doctor/diagnose_camera.cpp
+    rvsetup/doctor/diagnose_install.cpp
+    rvsetup/doctor/doctor_options.cpp
+    rvsetup/doctor/failure_table.cpp
+    rvsetup/doctor/finding.cpp
+    rvsetup/doctor/glob.cpp
+    rvsetup/doctor/log_story.cpp
+    rvsetup/doctor/pe_file.cpp
+    rvsetup/install/journal.cpp
+    rvsetup/install/pe_image.cpp
+    rvsetup/install/plan.cpp
+    rvsetup/install/step.cpp
+    rvsetup/report/checksum.cpp
+    rvsetup/report/redactor.cpp
+    rvsetup/report/report_options.cpp
+    rvsetup/report/report_target.cpp
+    rvsetup/report/zip_file.cpp
+    rvsetup/trace/log_clock.cpp
+    rvsetup/trace/trace_line.cpp
+    rvsetup/trace/trace_options.cpp
+    rvsetup/trace/trace_print.cpp)
 set(RAVLO_PORTABLE_TOOL_TESTS
     binary_file
     camera_limits
@@ -79,10 +102,19 @@ set(RAVLO_PORTABLE_TOOL_TESTS
     rvhost_delays
     rvhost_options
     rvhost_report
+    rvsetup_doctor_camera
+    rvsetup_doctor_diagnose
+    rvsetup_doctor_failures
+    rvsetup_doctor_logic
+    rvsetup_report_zip
+    rvsetup_trace_lines
     sample_recorder
     sample_statistics
     still_reader
     test_card
     test_card_stamp
     y4m_reader
-    y4m_recorder)
+    y4m_recorder
+    rvsetup_install_image
+    rvsetup_install_plan
+    rvsetup_install_record)

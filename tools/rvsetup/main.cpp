@@ -31,6 +31,10 @@ ExitCode Main() {
     if (const auto ended = line.Parse(Utf8Arguments())) {
         return *ended;
     }
+    if (install.IsShortForm()) {
+        return line.ChosenCommand().empty() ? install.Run()
+                                            : WrongUsage("--install stands alone, without a command behind it");
+    }
     for (Command* command : std::array<Command*, 5>{&install, &uninstall, &doctor, &report, &trace}) {
         if (line.ChosenCommand() == command->Name()) {
             return command->Run();

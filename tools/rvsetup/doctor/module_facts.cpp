@@ -1,0 +1,127 @@
+#include "rvsetup/doctor/module_facts.h"
+
+#include <unknwn.h>
+
+#include <array>
+#include <cstdio>
+#include <cwchar>
+
+#include "common/wide_text.h"
+#include "platform/com_ptr.h"
+#include "platform/unique_handle.h"
+#include "rvsetup/trace/log_files.h"
+
+namespace ravlo {
+namespace {
+
+constexpr GUID kCameraClass = {0x5E3C9A71, 0x0B4D, 0x4F82, {0xA6, 0xC1, 0x7D, 0x2E, 0x8B, 0x90, 0xF1, 0x34}};
+constexpr std::uint64_t kLargestFile = 256ULL * 1024 * 1024;
+
+/// A DLL that this process loaded.
+class LoadedModule {
+public:
+    explicit LoadedModule(const std::wstring& path) noexcept
+        : m_module(LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH)) {}
+    LoadedModule(const LoadedModule&) = delete;
+    LoadedModule& operator=(const LoadedModule&) = delete;
+    ~LoadedModule() {
+        if (m_module != nullptr) {
+            FreeLibrary(m_module);
+        }
+    }
+
+    HMODULE Get() const noexcept { return m_module; }
+
+private:
+    HMODULE m_module;
+};
+
+std::string ResultText(HRESULT result) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "0x%08lX", static_cast<unsigned long>(result));
+    return text.data();
+}
+
+bool IsThere(const std::wstring& folder, const std::wstring& name) {
+    return SearchPathW(folder.c_str(), name.c_str(), nullptr, 0, nullptr, nullptr) != 0;
+}
+
+/// The DLLs that a file needs and that lie neither beside it nor in the system's folder.
+std::vector<std::string> MissingImports(const PeFile& file, const std::wstring& folder) {
+    std::array<wchar_t, MAX_PATH> system{};
+    GetSystemDirectoryW(system.data(), static_cast<UINT>(system.size()));
+    std::vector<std::string> missing;
+    for (const std::string& name : file.imports) {
+        // Sets of the system's interfaces are names only: no file of that name need exist.
+        const bool isSet = name.starts_with("api-ms-") || name.starts_with("ext-ms-");
+        const std::wstring wide = ToWide(name);
+        if (!isSet && !IsThere(folder, wide) && !IsThere(system.data(), wide)) {
+            missing.push_back(name);
+        }
+    }
+    return missing;
+}
+
+/// Why `module` gives no factory of the camera's class; empty when it does.
+std::string WhyNoFactory(HMODULE module) {
+    using GetClassObjectFunction = HRESULT(WINAPI*)(REFCLSID, REFIID, void**);
+    const auto getClassObject =
+        reinterpret_cast<GetClassObjectFunction>(reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
+    if (getClassObject == nullptr) {
+        return "it exports no DllGetClassObject";
+    }
+    ComPtr<IClassFactory> factory;
+    const HRESULT result = getClassObject(kCameraClass, IID_IClassFactory, reinterpret_cast<void**>(factory.Put()));
+    return SUCCEEDED(result) && factory ? std::string() : "it gives no factory of the camera, " + ResultText(result);
+}
+
+}  // namespace
+
+bool ReadFileBytes(const std::wstring& path, std::string& bytes, DWORD& error) {
+    bytes.clear();
+    error = ReadTail(path, kLargestFile, [&bytes](std::string_view piece) { bytes += piece; });
+    return error == ERROR_SUCCESS;
+}
+
+ModuleFacts ReadModuleFacts(const RegisteredModule& registered) {
+    ModuleFacts facts;
+    facts.keyExists = registered.error == ERROR_SUCCESS;
+    if (!facts.keyExists && registered.error != ERROR_FILE_NOT_FOUND) {
+        facts.keyError = SystemErrorText(registered.error);
+    }
+    facts.path = ToUtf8(registered.path);
+    facts.threadingModel = ToUtf8(registered.threadingModel);
+    if (registered.path.empty()) {
+        return facts;
+    }
+    const DWORD attributes = GetFileAttributesW(registered.path.c_str());
+    facts.fileExists = attributes != INVALID_FILE_ATTRIBUTES ? (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0
+                                                             : GetLastError() == ERROR_ACCESS_DENIED;
+    std::string bytes;
+    DWORD error = ERROR_SUCCESS;
+    if (facts.fileExists && !ReadFileBytes(registered.path, bytes, error)) {
+        facts.fileError = SystemErrorText(error);
+    }
+    facts.pe = ReadPeFile(bytes);
+    facts.version = FileVersionOf(bytes);
+    return facts;
+}
+
+void TryToLoad(const RegisteredModule& registered, ModuleFacts& facts) {
+    if (!facts.pe.is64 || !facts.pe.isDll || !ExportsName(facts.pe, "DllGetClassObject")) {
+        return;  // what is no camera is not run either
+    }
+    facts.loadTried = true;
+    // A missing DLL is to be told in our own words and not in a window.
+    const UINT before = SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
+    const LoadedModule module(registered.path);
+    if (module.Get() == nullptr) {
+        facts.loadError = SystemErrorText(GetLastError());
+        facts.missingImports = MissingImports(facts.pe, FolderOf(registered.path));
+    } else {
+        facts.loadError = WhyNoFactory(module.Get());
+    }
+    SetErrorMode(before);
+}
+
+}  // namespace ravlo

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "rvsetup/doctor/facts.h"
+
+namespace ravlo {
+
+/// The version of Windows as it is, whatever compatibility mode this program runs in. Zeros when it cannot be found out.
+WindowsFacts ReadWindowsFacts() noexcept;
+
+/// All processes. Needs no rights in them.
+std::vector<ProcessFacts> ListProcesses();
+
+}  // namespace ravlo

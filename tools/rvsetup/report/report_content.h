@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ravlo {
+
+/// One file of a report.
+struct ReportPart {
+    std::string name;  ///< UTF-8, with "/" between folders
+    std::string content;
+    std::string what;  ///< what is in it, for the list that the user sees first
+};
+
+struct ReportContent {
+    std::vector<ReportPart> parts;
+    std::vector<std::string> personal;  ///< what in it concerns a person, in words
+};
+
+/// Gathers everything. With `redact`, names and account numbers are replaced by placeholders.
+ReportContent GatherReport(bool redact);
+
+}  // namespace ravlo
