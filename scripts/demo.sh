@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Shows the camera at work. usage: scripts/demo.sh [VIDEO]
 #
-# Builds the module and its programs, registers the module in a Wine prefix of its own and plays a story of about half a
-# minute: a host pulls samples all the time while producers come, die, die halfway through a frame, send a wrong size
-# and come back. VIDEO is any file that ffmpeg reads; without it ffmpeg makes a test film. Everything that comes out
-# lies in out/demo/. The exit code is 0 only when the camera showed in every phase what it should.
+# Builds the module and its programs, installs the camera in a Wine prefix of its own as a user would, and plays a story
+# of about half a minute: a host pulls samples all the time while producers come, die, die halfway through a frame, send
+# a wrong size and come back. VIDEO is any file that ffmpeg reads; without it ffmpeg makes a test film. Then the camera
+# is offered to applications, looked at in a window, and uninstalled. Everything that comes out lies in out/demo/. The
+# exit code is 0 only when every step did, and the camera showed in every phase, what it should.
 set -euo pipefail
 unset LC_ALL
 export LC_NUMERIC=C # times have a point wherever this runs
@@ -13,6 +14,7 @@ source "$root/scripts/lib/build.sh"
 source "$root/scripts/lib/wine.sh"
 source "$root/scripts/lib/demo_story.sh"
 source "$root/scripts/lib/demo_trace.sh"
+source "$root/scripts/lib/demo_user.sh"
 
 width=1280 height=720 rate=30
 wrong_width=640 wrong_height=360
@@ -68,18 +70,22 @@ right_producer_instead() {
     right_producer "$1"
 }
 
+test_card() {
+    start_test_card card "$width" "$height"
+}
+
 # After a producer is gone its last frame stays for up to a second; a new one needs a moment to start and connect.
 play_story() {
     local connected='PIPE client connected' closed='the writer closed the pipe'
     phase 'no producer' pattern 0 3000 '' true
-    phase 'producer on' live 1500 4500 "$connected" right_producer first
+    phase 'test card' live 1500 4500 "$connected" test_card
     phase 'producer killed' pattern 1500 4000 "$closed" kill_producer
     phase 'dies with half a frame' pattern 0 2500 "$connected|$closed" die_with_half_a_frame
-    phase 'producer back' live 1500 4500 "$connected" right_producer second
+    phase 'film' live 1500 4500 "$connected" right_producer film
     phase 'wrong geometry' pattern 2000 4500 \
         "$connected|PIPE geometry mismatch: wire ${wrong_width}x$wrong_height, advertised ${width}x$height - pattern" \
         wrong_producer
-    phase 'right geometry again' live 1500 4500 "$connected" right_producer_instead third
+    phase 'right geometry again' live 1500 4500 "$connected" right_producer_instead again
 }
 
 end() {
@@ -94,7 +100,7 @@ exec 9>build/.demo.lock
 flock -n 9 || { echo "demo: another demo is at work in this checkout" >&2; exit 1; }
 
 say "building (the log is build/logs/build-windows.log)"
-for target in rvmediasource rvfeeder rvhost half_frame mfsensorgroup; do
+for target in rvmediasource rvfeeder rvhost rvsetup rvclient half_frame mfsensorgroup; do
     build_preset windows "$target"
 done
 
@@ -104,13 +110,12 @@ mkdir -p "$out/logs"
 trap end EXIT
 wine_open demo --standin build/windows/standin/mfsensorgroup.dll
 
-# Before anything loads the module: it looks once, at its first line, whose log folder it may trust.
-user=$(wine_run "$bin/rvhost.exe" --print-user-sid </dev/null 2>"$out/logs/user.log" | tr -d '\r')
-wine_quietly reg add 'HKLM\SOFTWARE\Ravlo' /v AuthorizedUserSid /t REG_SZ /d "$user" /f /reg:64
-say "the camera admits $user"
 trace_begin
-wine_quietly regsvr32 /s "$(windows_path "$bin/rvmediasource.dll")" || { echo "demo: regsvr32 failed" >&2; exit 1; }
-say "registered rvmediasource.dll; starting rvhost at ${width}x$height, $rate frames a second"
+say "rvsetup install --me"
+install_camera
+say "rvsetup doctor, before there is a camera:"
+ask_doctor doctor-installed
+say "starting rvhost at ${width}x$height, $rate frames a second"
 
 story_seconds=29
 start_host "$story_seconds"
@@ -119,6 +124,8 @@ phase_end=$story_start
 play_story
 say "$(printf '%5s s' "$(story_time)")  the story is over"
 host_code=0
+say "rvsetup doctor, while the camera runs:"
+ask_doctor doctor-live --pipe "$pipe"
 wait_for_host || host_code=$?
 stop_all_actors
 
@@ -129,8 +136,19 @@ echo
 verdict=0
 scripts/lib/demo_judge.py "$out/samples.csv" "$out/phases.tsv" "$out/trace.log" || verdict=1
 echo
-say "pictures:  out/demo/contact-sheet.png (and one by one in out/demo/pictures/)"
-say "log:       out/demo/trace.log ($(wc -l <"$out/trace.log") lines)"
+doctor_says doctor-live "^OK .*$(printf '%s' "$pipe" | sed 's/[\.]/\\&/g')" || verdict=1
+
+say "offering a camera to applications (rvclient start --session, rvfeeder --test-card)"
+offer_camera || verdict=1
+say "rvsetup report, rvsetup uninstall"
+as_user report rvsetup report "$(windows_path "$out/report.zip")" || verdict=1
+remove_camera || verdict=1
+wine_close
+say "looking at the camera in a window (rvhost --preview)"
+scripts/lib/preview_shot.sh "$out/preview.png" || verdict=1
+
+say "pictures:  out/demo/contact-sheet.png (and one by one in out/demo/pictures/), out/demo/preview.png"
+say "log:       out/demo/trace.log ($(wc -l <"$out/trace.log") lines); for a bug report: out/demo/report.zip"
 if [ "$host_code" -ne 0 ]; then
     say "rvhost ended with $host_code"
     verdict=1

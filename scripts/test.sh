@@ -17,7 +17,7 @@ exec 9>build/.test.lock
 flock -n 9 || { echo "another test run is at work in this checkout; waiting"; flock 9; }
 
 suites_begin "$filter"
-trap wine_close_if_open EXIT
+trap "spare_gates_end; wine_close_if_open" EXIT
 
 suites_announce "building host-asan, host-tsan, windows"
 for preset in host-asan host-tsan windows; do
@@ -27,13 +27,18 @@ for preset in host-asan host-tsan windows; do
 done
 
 gate "clang-format" scripts/format.sh --check
-gate "clang-tidy" scripts/lint.sh
 gate "binary" tests/binary/check_dll.py --dll build/windows/bin/rvmediasource.dll \
     --objects build/windows/src --version-file CMakeLists.txt
-gate "reproducible build" tests/binary/check_reproducible.sh
 gate "frame-pipe document" tests/docs/check_frame_pipe_md.py
 gate "security document" tests/docs/check_security_md.py
-gate "fuzz" scripts/fuzz.sh 1
+gate "help texts" tests/docs/check_help.sh
+gate "producer package" tests/sdk/check_package.py
+gate "python" python3 -m unittest discover -s tests/python
+
+spare_gate "clang-tidy" scripts/lint.sh
+spare_gate "fuzz" scripts/fuzz.sh 1
+spare_gate "reproducible build" tests/binary/check_reproducible.sh
+spare_gates_begin
 
 native_suite "unit (asan)" build/host-asan/bin/ravlo_unit_tests
 native_suite "unit (tsan)" build/host-tsan/bin/ravlo_unit_tests
@@ -42,5 +47,6 @@ native_suite "tools (tsan)" build/host-tsan/bin/ravlo_tool_tests
 
 windows_suites windows windows tools soak
 gate "fault sweep" scripts/sweep.sh --quick
+spare_gates_await
 
 suites_end

@@ -47,6 +47,13 @@ start_producer() {
     producer_pid=$!
 }
 
+# start_test_card LABEL WIDTH HEIGHT: the producer draws its own pictures, with the time of each in it.
+start_test_card() {
+    "$wine_loader" "$bin/rvfeeder.exe" --test-card --size "$2x$3" --rate "$rate" --pipe "$pipe" --json \
+        </dev/null >"$out/logs/rvfeeder-$1.json" 2>"$out/logs/rvfeeder-$1.log" 9>&- &
+    producer_pid=$!
+}
+
 # kill_producer: at once, as a crash would.
 kill_producer() {
     kill_and_reap "$producer_pid"

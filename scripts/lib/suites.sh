@@ -44,6 +44,41 @@ gate() {
     printf '%d %d\n' "$1" "$2" >>"$suites_tally"
 }
 
+# spare_gate NAME COMMAND...: as gate, but in the background, one after the other, on processor time that nothing else
+# wants: the suites under Wine spend most of theirs waiting. Their lines come when spare_gates_await is called.
+spare_gates=()
+spare_gates_pid=''
+
+spare_gate() {
+    suite_is_named "$1" || return 0
+    spare_gates+=("$(printf '%q ' gate "$@")")
+}
+
+spare_gates_begin() {
+    [ ${#spare_gates[@]} -gt 0 ] || return 0
+    set -m # a process group of its own, so that all of it can be ended
+    (
+        # The least that the system offers, inherited by everything that a gate starts.
+        chrt --idle --pid 0 "$BASHPID" 2>/dev/null || renice -n 19 -p "$BASHPID" >/dev/null 2>&1 || true
+        for spare in "${spare_gates[@]}"; do eval "$spare"; done
+    ) >"$suites_logs/spare-gates.txt" 2>&1 </dev/null 9>&- &
+    spare_gates_pid=$!
+    set +m
+}
+
+spare_gates_await() {
+    [ -n "$spare_gates_pid" ] || return 0
+    wait "$spare_gates_pid" || true
+    spare_gates_pid=''
+    cat "$suites_logs/spare-gates.txt"
+}
+
+# A run that is broken off must not leave its gates at work.
+spare_gates_end() {
+    [ -z "$spare_gates_pid" ] || kill -- "-$spare_gates_pid" 2>/dev/null || true
+    spare_gates_pid=''
+}
+
 # run_suite NAME OPTIONS-AND-COMMAND...: see run_suite.py.
 run_suite() {
     local name=$1 test_filter=$suites_filter
@@ -69,20 +104,21 @@ wine_suite() {
 # windows_suites PRESET FOLDER...: the portable tests under Wine, then every Windows test program of these folders of
 # tests/, one after the other: they share pipe names, registry keys and the log.
 windows_suites() {
-    local bin=build/$1/bin folder file stem seconds
+    local bin=build/$1/bin folder program name seconds
     suites_wine_open=1
     if ! wine_open test --standin "build/$1/standin/mfsensorgroup.dll" --append-log "$root/build/$1/standin/append_log.so"; then
         echo "the Wine prefix $WINEPREFIX cannot be made"
         suites_abort
     fi
-    wine_suite "unit (wine)" "$bin/ravlo_unit_tests.exe"
-    for folder in "${@:2}"; do
+    local programs=build/$1/test-programs.txt
+    for folder in unit "${@:2}"; do
         seconds=120
         # Their own watchdogs, which say what stands where, have to come first on a busy machine.
         [ "$folder" != soak ] || seconds=300
-        for file in "tests/$folder"/*_test.cpp; do
-            stem=$(basename "$file" .cpp)
-            wine_suite "$stem" "$bin/ravlo_$stem.exe" "$seconds"
+        for program in $(awk -v folder="$folder" '$1 == folder { print $2 }' "$programs"); do
+            name=${program#ravlo_}
+            case $program in *_tests) name="${name%_tests} (wine)" ;; esac
+            wine_suite "$name" "$bin/$program.exe" "$seconds"
         done
     done
     wine_close_if_open
