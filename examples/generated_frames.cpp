@@ -108,6 +108,10 @@ std::uint32_t Number(const char* text) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 2 || argc > 5) {
+        std::fprintf(stderr, "usage: generated_frames [WIDTH HEIGHT [SECONDS [PIPE]]]\n");
+        return 2;
+    }
     try {
         const std::uint32_t width = argc > 2 ? Number(argv[1]) : 1280;
         const std::uint32_t height = argc > 2 ? Number(argv[2]) : 720;

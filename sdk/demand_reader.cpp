@@ -23,12 +23,14 @@ bool HasTrustedOwner(HANDLE pipe, const std::wstring& expectedUser) {
 
 std::optional<HeardDemand> DemandReader::Poll() noexcept {
     const std::uint64_t now = GetTickCount64();
+    const bool isLate = m_pipe && now - m_lastPoll >= kDemandLeaseMs;
+    m_lastPoll = now;
     OpenIfDue(now);
     if (m_pipe) {
         m_lastError = ERROR_SUCCESS;
         TakeRecords(now);
     }
-    if (!m_record || now - m_recordTick >= kDemandLeaseMs) {
+    if (isLate || !m_record || now - m_recordTick >= kDemandLeaseMs) {
         m_record.reset();
         return std::nullopt;
     }
@@ -126,6 +128,10 @@ void DemandReader::AcceptBytes(DWORD count, std::uint64_t now) noexcept {
     }
     m_record = record;
     m_recordTick = now;
+}
+
+void DemandReader::Leave() noexcept {
+    Fail(ERROR_PIPE_NOT_CONNECTED);
 }
 
 /// The lease goes with the connection: another camera may serve the name next.

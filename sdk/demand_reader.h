@@ -31,8 +31,13 @@ public:
     ~DemandReader() { Close(); }
 
     /// Opens the gate when that is due, takes the records that have come, and returns the newest while its lease
-    /// lasts. Nothing means that nothing is known: the reason is in LastError().
+    /// lasts. Nothing means that nothing is known: the reason is in LastError(). Records that may have waited for
+    /// longer than the lease, because the last poll is as long ago, count for nothing.
     std::optional<HeardDemand> Poll() noexcept;
+
+    /// Closes the gate and forgets what came by it; LastError() is then ERROR_PIPE_NOT_CONNECTED. The next poll opens
+    /// it again when that is due.
+    void Leave() noexcept;
 
     /// Why the last poll knew nothing: the Win32 error that kept the gate closed or broke it, ERROR_INVALID_OWNER for a
     /// stranger's gate, ERROR_INVALID_DATA for records that are none; 0 when the gate is open and silent.
@@ -55,6 +60,7 @@ private:
     DWORD m_filled = 0;
     bool m_readPending = false;
     std::optional<std::uint64_t> m_lastAttempt;
+    std::uint64_t m_lastPoll = 0;
     std::optional<DemandRecord> m_record;
     std::uint64_t m_recordTick = 0;
     DWORD m_lastError = ERROR_SUCCESS;

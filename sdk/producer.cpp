@@ -11,6 +11,7 @@
 
 #include "demand_reader.h"
 #include "pipe/frame_header.h"
+#include "pipe/overlapped_io.h"
 #include "pipe/pipe_name.h"
 #include "pipe/pipe_producer.h"
 #include "ravlo/version.h"
@@ -51,6 +52,9 @@ bool ParseName(const char* text, PipeName& name) noexcept {
 ravlo_status StatusOfOpenError(DWORD error) noexcept {
     switch (error) {
         case ERROR_FILE_NOT_FOUND:
+        case ERROR_BROKEN_PIPE:
+        case ERROR_NO_DATA:
+        case ERROR_PIPE_NOT_CONNECTED:
             return RAVLO_NO_CAMERA;
         case ERROR_PIPE_BUSY:
             return RAVLO_BUSY;
@@ -93,13 +97,26 @@ ravlo_status Guarded(ravlo_producer& producer, Body body) noexcept {
     }
 }
 
+/// A camera has one reader of its demand: whoever sends it no frames must not keep the place.
+void Disconnect(ravlo_producer& producer) noexcept {
+    producer.frames.Disconnect();
+    producer.demand.Leave();
+}
+
+/// Why the last try to connect has failed.
+DWORD OpenError(const PipeProducer& frames) noexcept {
+    // A camera that hangs up while its owner is being read is one that restarts, and no stranger.
+    return IsPeerGone(frames.OwnerError()) ? frames.OwnerError() : frames.LastError();
+}
+
 ravlo_status Connect(ravlo_producer& producer, std::uint32_t timeoutMs) {
+    Disconnect(producer);
     const std::uint64_t start = GetTickCount64();
     for (;;) {
         if (producer.frames.ConnectToServer(producer.name.text, 0)) {
             return RAVLO_OK;
         }
-        const DWORD error = producer.frames.LastError();
+        const DWORD error = OpenError(producer.frames);
         const ravlo_status status = StatusOfOpenError(error);
         const std::uint64_t waited = GetTickCount64() - start;
         if ((status != RAVLO_NO_CAMERA && status != RAVLO_BUSY) || waited >= timeoutMs) {
@@ -117,7 +134,7 @@ ravlo_status Write(ravlo_producer& producer, std::uint32_t width, std::uint32_t 
     if (outcome == WriteOutcome::Ok) {
         return RAVLO_OK;
     }
-    producer.frames.Disconnect();
+    Disconnect(producer);
     return Fail(producer, StatusOfWrite(outcome), producer.frames.LastError());
 }
 
@@ -158,7 +175,7 @@ ravlo_status ravlo_producer_connect(ravlo_producer* producer, uint32_t timeout_m
 
 void ravlo_producer_disconnect(ravlo_producer* producer) {
     if (producer != nullptr) {
-        producer->frames.Disconnect();
+        Disconnect(*producer);
     }
 }
 
@@ -214,6 +231,9 @@ ravlo_status ravlo_producer_read_demand(ravlo_producer* producer, ravlo_demand* 
     }
     if (demand == nullptr) {
         return Fail(*producer, RAVLO_INVALID_ARGUMENT);
+    }
+    if (!producer->frames.IsConnected()) {
+        return Fail(*producer, RAVLO_NO_DEMAND, ERROR_PIPE_NOT_CONNECTED);
     }
     return Guarded(*producer, [&] {
         const std::optional<HeardDemand> heard = producer->demand.Poll();

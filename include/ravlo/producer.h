@@ -40,13 +40,13 @@ typedef enum ravlo_status {
     RAVLO_OK = 0,
     RAVLO_INVALID_ARGUMENT = 1, /* a null pointer, an impossible size, a name that is no frame-pipe name */
     RAVLO_OUT_OF_MEMORY = 2,
-    RAVLO_NO_CAMERA = 3,       /* no camera serves a pipe of this name; it may come later */
+    RAVLO_NO_CAMERA = 3,       /* no camera serves a pipe of this name, or it is restarting; it may come later */
     RAVLO_BUSY = 4,            /* another producer is connected */
     RAVLO_ACCESS_DENIED = 5,   /* the pipe does not admit this account */
     RAVLO_UNTRUSTED_OWNER = 6, /* somebody who may not own the camera's pipe serves a pipe of this name */
     RAVLO_DISCONNECTED = 7,    /* not connected, or the camera has closed the connection */
-    RAVLO_TIMED_OUT = 8,       /* the picture was not taken in time; the connection is closed */
-    RAVLO_NO_DEMAND = 9,       /* the camera says nothing about its demand, or has not for two seconds */
+    RAVLO_TIMED_OUT = 8,       /* the pipe did not take the picture in time; the connection is closed */
+    RAVLO_NO_DEMAND = 9,       /* the camera has said nothing about its demand for two seconds, or nothing at all */
     RAVLO_SYSTEM_ERROR = 10    /* the operating system refused; see ravlo_producer_system_error */
 } ravlo_status;
 
@@ -80,7 +80,7 @@ RAVLO_PRODUCER_API void ravlo_producer_close(ravlo_producer* producer);
  */
 RAVLO_PRODUCER_API ravlo_status ravlo_producer_connect(ravlo_producer* producer, uint32_t timeout_ms);
 
-/* Closes the connection; the producer can connect again. */
+/* Closes the connection, and the demand pipe with it; the producer can connect again. */
 RAVLO_PRODUCER_API void ravlo_producer_disconnect(ravlo_producer* producer);
 
 /* 1 while connected, else 0, also for NULL. A camera that has gone away is noticed by the next write, not by this. */
@@ -88,10 +88,10 @@ RAVLO_PRODUCER_API int ravlo_producer_is_connected(const ravlo_producer* produce
 
 /*
  * Sends one packed NV12 picture: `height` rows of `width` luma bytes, then `height` / 2 rows of interleaved chroma,
- * ravlo_frame_bytes(width, height) bytes in all. Blocks until the camera has taken it or `timeout_ms` has passed.
- * RAVLO_OK, RAVLO_INVALID_ARGUMENT (nothing was sent and the connection stays), or RAVLO_DISCONNECTED, RAVLO_TIMED_OUT,
- * RAVLO_SYSTEM_ERROR: the connection is closed then, because a picture cut short cannot be taken back. A `timeout_ms` of
- * 0 can only end in RAVLO_TIMED_OUT.
+ * ravlo_frame_bytes(width, height) bytes in all. Blocks until the pipe has all of it, of which the camera may read the
+ * last MiB a little later, or `timeout_ms` has passed. RAVLO_OK, RAVLO_INVALID_ARGUMENT (nothing was sent and the
+ * connection stays), or RAVLO_DISCONNECTED, RAVLO_TIMED_OUT, RAVLO_SYSTEM_ERROR: the connection is closed then, because a
+ * picture cut short cannot be taken back. A `timeout_ms` of 0 can only end in RAVLO_TIMED_OUT.
  */
 RAVLO_PRODUCER_API ravlo_status ravlo_producer_write(ravlo_producer* producer, uint32_t width, uint32_t height,
                                                      const void* nv12, uint32_t timeout_ms);
@@ -113,10 +113,12 @@ RAVLO_PRODUCER_API uint64_t ravlo_producer_next_sequence(const ravlo_producer* p
 
 /*
  * The newest record of the camera's demand. Never waits: it takes what has come since the last call, and opens the
- * demand pipe when that is due (at most twice a second), so call it a few times a second or with every picture.
+ * demand pipe when that is due (at most twice a second), so call it a few times a second or with every picture: records
+ * that have waited for two seconds because nobody called count for nothing.
  * RAVLO_OK, RAVLO_INVALID_ARGUMENT, or RAVLO_NO_DEMAND: then nothing is known and every picture is wanted, and
  * ravlo_producer_system_error says why the demand pipe is closed, 0 meaning that it is open and silent. Zeroes `demand`
- * unless the result is RAVLO_OK. Needs no frame connection; a record does not outlive the connection it came by.
+ * unless the result is RAVLO_OK. Without a frame connection the demand pipe is closed and nothing is known: a camera
+ * tells its demand to one program alone, which should be the one that sends. A record does not outlive its connection.
  */
 RAVLO_PRODUCER_API ravlo_status ravlo_producer_read_demand(ravlo_producer* producer, ravlo_demand* demand);
 
@@ -129,7 +131,10 @@ RAVLO_PRODUCER_API uint32_t ravlo_producer_system_error(const ravlo_producer* pr
 /* What a result means, as a sentence part such as "no camera serves this pipe". Never NULL; lives for ever. */
 RAVLO_PRODUCER_API const char* ravlo_status_text(ravlo_status status);
 
-/* Bytes of a packed NV12 picture; 0 when no camera can have that size (odd, 0, or above 16384). */
+/*
+ * Bytes of a packed NV12 picture; 0 for a size that cannot be sent (odd, 0, or above 16384). The largest picture that a
+ * camera can have is as long as one of 3840x2160.
+ */
 RAVLO_PRODUCER_API size_t ravlo_frame_bytes(uint32_t width, uint32_t height);
 
 /* The library's version, such as "1.0.0". Lives for ever. */

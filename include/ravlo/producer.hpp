@@ -92,8 +92,8 @@ public:
                                            chroma.stride, Milliseconds(timeout));
     }
 
-    /// The newest record of the camera's demand. Without one nothing is known and every picture is wanted. Never
-    /// waits; call it a few times a second or with every picture.
+    /// The newest record of the camera's demand. Without one, and while not connected, nothing is known and every
+    /// picture is wanted. Never waits; call it a few times a second or with every picture.
     std::optional<ravlo_demand> ReadDemand() noexcept {
         ravlo_demand demand{};
         if (ravlo_producer_read_demand(Get(), &demand) != RAVLO_OK) {

@@ -11,6 +11,7 @@ from typing import Iterator, List, Optional, Tuple
 
 from . import __version__
 from .camera import Camera
+from .clock import FASTEST_RATE, SLOWEST_RATE
 from .transport import AccessRefusedError, CameraAbsentError, CameraError, UnsupportedSystemError
 from .wire import DEFAULT_PIPE, frame_bytes
 
@@ -37,12 +38,16 @@ def _size(text: str) -> Tuple[int, int]:
 
 
 def _rate(text: str) -> Fraction:
+    # Without a bound and exponents: 1e999999999 would take all memory.
+    match = re.fullmatch(r"[0-9]{1,9}(?:/[0-9]{1,9}|\.[0-9]{1,9})?", text, re.ASCII)
     try:
-        rate = Fraction(text)
-    except (ValueError, ZeroDivisionError):
-        raise argparse.ArgumentTypeError(f"{text} is no rate such as 30 or 30000/1001") from None
-    if not 0 < rate <= 1000:
-        raise argparse.ArgumentTypeError(f"{text}: the rate must be above 0 and at most 1000")
+        rate = Fraction(text) if match else None
+    except ZeroDivisionError:
+        rate = None
+    if rate is None:
+        raise argparse.ArgumentTypeError(f"{text:.40} is no rate such as 30, 29.97 or 30000/1001")
+    if not SLOWEST_RATE <= rate <= FASTEST_RATE:
+        raise argparse.ArgumentTypeError(f"{text}: the rate must be from one frame an hour (1/3600) to {FASTEST_RATE}")
     return rate
 
 

@@ -33,6 +33,8 @@ OWNER_SECURITY_INFORMATION = 1
 ERROR_FILE_NOT_FOUND = 2
 ERROR_ACCESS_DENIED = 5
 ERROR_PIPE_BUSY = 231
+#: How a pipe says that its other end is gone: ERROR_BROKEN_PIPE, ERROR_NO_DATA, ERROR_PIPE_NOT_CONNECTED.
+PEER_GONE = (109, 232, 233)
 ERROR_IO_INCOMPLETE = 996
 ERROR_IO_PENDING = 997
 WAIT_OBJECT_0 = 0
@@ -40,13 +42,16 @@ WAIT_OBJECT_0 = 0
 ANCHOR_KEY = r"SOFTWARE\Ravlo"
 ANCHOR_VALUE = "AuthorizedUserSid"
 
+#: A transfer that can no longer be cancelled tells its end within this time.
+_END_SECONDS = 0.1
+
 
 class Overlapped(ctypes.Structure):
     """OVERLAPPED: one read or write that is under way."""
 
     _fields_ = [
-        ("internal", ctypes.c_uint64),
-        ("internal_high", ctypes.c_uint64),
+        ("internal", ctypes.c_size_t),
+        ("internal_high", ctypes.c_size_t),
         ("offset", DWORD),
         ("offset_high", DWORD),
         ("event", HANDLE),
@@ -118,21 +123,32 @@ def authorized_user() -> Optional[str]:
     return value if kind == winreg.REG_SZ else None  # type: ignore[attr-defined]
 
 
+def _loss(error: int) -> ConnectionLostError:
+    if error in PEER_GONE:
+        return ConnectionLostError(f"the camera has closed the connection (error {error})")
+    return ConnectionLostError(f"the system has refused a transfer over the camera's pipe (error {error})")
+
+
 class _Pipe:
     """An open pipe with one event, for one read or write at a time."""
 
     def __init__(self, system: System, handle: int) -> None:
         self._system = system
         self._handle: Optional[int] = handle
+        self._event: Optional[int] = None
         self._overlapped = Overlapped()
-        self._event = system.CreateEventW(None, True, False, None)
+
+    def prepare(self) -> None:
+        """Makes the event. Raises CameraError when the system has none."""
+        self._event = self._system.CreateEventW(None, True, False, None)
         if not self._event:
-            error = system.last_error()
-            self.close()
-            raise CameraError(f"the system refused an event (error {error})")
+            raise CameraError(f"the system refused an event (error {self._system.last_error()})")
 
     def owner(self) -> Optional[str]:
-        """The SID of the pipe's owner as text; None when it has none or cannot be read."""
+        """The SID of the pipe's owner as text; None when it has none or cannot be read.
+
+        Raises CameraAbsentError when the camera has hung up meanwhile: that pipe has no owner any more.
+        """
         owner, descriptor, text = LPVOID(), LPVOID(), LPVOID()
         error = self._system.GetSecurityInfo(
             self._handle,
@@ -144,6 +160,8 @@ class _Pipe:
             None,
             ctypes.byref(descriptor),
         )
+        if error in PEER_GONE:
+            raise CameraAbsentError(f"the camera has closed its pipe (error {error}): it is restarting")
         if error:
             return None
         try:
@@ -163,7 +181,7 @@ class _Pipe:
         if not function(self._handle, buffer, size, None, ctypes.byref(self._overlapped)):
             error = self._system.last_error()
             if error != ERROR_IO_PENDING:
-                raise ConnectionLostError(f"the camera has closed the connection (error {error})")
+                raise _loss(error)
 
     def wait(self, timeout: float) -> bool:
         """Whether what was begun is over after at most ``timeout`` seconds."""
@@ -179,11 +197,14 @@ class _Pipe:
         error = self._system.last_error()
         if error == ERROR_IO_INCOMPLETE:
             return None
-        raise ConnectionLostError(f"the camera has closed the connection (error {error})")
+        raise _loss(error)
 
     def cancel(self) -> None:
-        """Ends what was begun and returns when the system no longer touches the buffer. Never raises."""
-        self._system.CancelIoEx(self._handle, ctypes.byref(self._overlapped))
+        """Ends what was begun, if anything, and returns when the system no longer touches the buffer. Never raises."""
+        if not self._system.CancelIoEx(self._handle, ctypes.byref(self._overlapped)):
+            # Over, or never begun: then its end would be waited for without end.
+            self.wait(_END_SECONDS)
+            return
         try:
             self.finish(wait=True)
         except ConnectionLostError:
@@ -206,10 +227,13 @@ class WindowsFramePipe:
 
     def write(self, data: bytearray, timeout: float) -> None:
         buffer = (ctypes.c_char * len(data)).from_buffer(data)
-        self._pipe.begin(self._system.WriteFile, buffer, len(data))
         is_over = False
         try:
+            self._pipe.begin(self._system.WriteFile, buffer, len(data))
             is_over = self._pipe.wait(timeout)
+        except ConnectionLostError:
+            is_over = True  # nothing was begun
+            raise
         finally:
             # Also when the user interrupts: the buffer is the caller's again when this returns.
             if not is_over:
@@ -222,6 +246,9 @@ class WindowsFramePipe:
     def close(self) -> None:
         self._pipe.close()
 
+    def __del__(self) -> None:
+        self.close()
+
 
 class WindowsGatePipe:
     """See transport.GatePipe."""
@@ -233,10 +260,11 @@ class WindowsGatePipe:
         self._is_reading = False
 
     def poll(self) -> Optional[bytes]:
-        if not self._is_reading:
-            self._pipe.begin(self._system.ReadFile, self._buffer, DEMAND_RECORD_BYTES)
-            self._is_reading = True
         try:
+            if not self._is_reading:
+                # Said before it is so: an interrupt in between must not leave a read that nobody knows of.
+                self._is_reading = True
+                self._pipe.begin(self._system.ReadFile, self._buffer, DEMAND_RECORD_BYTES)
             moved = self._pipe.finish()
         except ConnectionLostError:
             self._is_reading = False
@@ -251,6 +279,10 @@ class WindowsGatePipe:
             self._pipe.cancel()
             self._is_reading = False
         self._pipe.close()
+
+    def __del__(self) -> None:
+        # The system writes into the buffer until the read is cancelled, also when nobody holds this object any more.
+        self.close()
 
 
 class WindowsTransport:
@@ -273,13 +305,17 @@ class WindowsTransport:
         if handle is None or handle == INVALID_HANDLE_VALUE:
             raise self._refusal(name, self._system.last_error())
         pipe = _Pipe(self._system, handle)
-        owner = pipe.owner()
-        if not is_trusted_owner(owner, self._authorized()):
+        try:
+            pipe.prepare()
+            owner = pipe.owner()
+            if not is_trusted_owner(owner, self._authorized()):
+                raise UntrustedOwnerError(
+                    f"{name} belongs to {owner or 'nobody known'}, who may not host a camera: nothing was sent. "
+                    "End the program that serves this pipe, or have the right user authorized with rvsetup"
+                )
+        except BaseException:
             pipe.close()
-            raise UntrustedOwnerError(
-                f"{name} belongs to {owner or 'nobody known'}, who may not host a camera: nothing was sent. "
-                "End the program that serves this pipe, or have the right user authorized with rvsetup"
-            )
+            raise
         return pipe
 
     @staticmethod

@@ -17,6 +17,8 @@ _RETRY_SECONDS = 0.05
 _GATE_RETRY_SECONDS = 0.5
 #: Records come about every 0.5 s; when they stop for this long, nothing is known any more.
 _LEASE_SECONDS = 2.0
+#: Records of one look. A camera's pipe holds 128; a server without end must not hold its reader.
+_RECORDS_A_LOOK = 256
 
 
 class Demand(NamedTuple):
@@ -79,6 +81,7 @@ class Camera:
         self._next_seq = 1
         self._gate: Optional[GatePipe] = None
         self._gate_due = float("-inf")
+        self._gate_seen = float("-inf")
         self._demand: Optional[Demand] = None
         self._demand_ends = float("-inf")
 
@@ -117,10 +120,11 @@ class Camera:
     def close(self) -> None:
         """Ends both connections. The camera can be opened again."""
         self._close_frames()
-        self._close_gate()
 
     def send(self, frame: Buffer, pixel_format: Optional[str] = None) -> bool:
-        """Waits until the next frame is due, then sends one picture. True when the camera has taken it.
+        """Waits until the next frame is due, then sends one picture. True when the camera's pipe has all of it.
+
+        The camera may read the last MiB a little later.
 
         ``frame`` is anything with the buffer protocol: packed NV12 with studio levels in BT.709, or packed RGB24,
         which is converted. Its length tells which, unless ``pixel_format`` is "nv12" or "rgb24". While there is no
@@ -152,8 +156,13 @@ class Camera:
     def demand(self) -> Optional[Demand]:
         """What the camera last said about its demand; None when it has said nothing for two seconds.
 
-        With None every picture is wanted. Never waits; ask a few times a second.
+        With None every picture is wanted. Never waits; ask a few times a second: records that have waited for two
+        seconds before they were asked for count for nothing. None also while not connected: the camera tells its
+        demand to one program alone, which should be the one that sends.
         """
+        if self._frames is None:
+            self._close_gate()
+            return None
         now = self._now()
         self._take_records(now)
         return self._demand if now < self._demand_ends else None
@@ -164,6 +173,8 @@ class Camera:
         sizes = {"nv12": nv12_bytes, "rgb24": 2 * nv12_bytes}
         with memoryview(frame) as given:
             size = given.nbytes
+            if not given.c_contiguous:
+                raise ValueError("the picture has gaps between its bytes: pack it first")
             if pixel_format is None:
                 pixel_format = next((name for name, wanted in sizes.items() if wanted == size), None)
             elif pixel_format not in sizes:
@@ -187,17 +198,23 @@ class Camera:
                 self._gate = self._transport.open_gate(gate_name(self.pipe))
             except CameraError:
                 return  # a camera without a gate works as well
+            self._gate_seen = now
         if self._gate is None:
             return
+        # What has waited in the pipe for longer than the lease may be as old.
+        is_late = now - self._gate_seen >= _LEASE_SECONDS
+        self._gate_seen = now
         try:
-            data = self._gate.poll()
-            while data is not None:
+            for _ in range(_RECORDS_A_LOOK):
+                data = self._gate.poll()
+                if data is None:
+                    break
                 record = decode_demand(data)
                 if record is None:
                     raise ConnectionLostError("the demand pipe carries something else")
-                self._demand = Demand(record.idle_ms / 1000, record.requests)
-                self._demand_ends = now + _LEASE_SECONDS
-                data = self._gate.poll()
+                if not is_late:
+                    self._demand = Demand(record.idle_ms / 1000, record.requests)
+                    self._demand_ends = now + _LEASE_SECONDS
         except CameraError:
             self._close_gate()
             self._gate_due = now + _GATE_RETRY_SECONDS
@@ -206,6 +223,7 @@ class Camera:
         if self._frames is not None:
             self._frames.close()
             self._frames = None
+        self._close_gate()
 
     def _close_gate(self) -> None:
         if self._gate is not None:

@@ -9,6 +9,10 @@ from typing import Callable, Optional, Union
 #: Frames a second: 30, 29.97 or Fraction(30000, 1001).
 Rate = Union[int, float, Fraction]
 
+#: One frame an hour; far beyond it, no system sleeps until the next is due.
+SLOWEST_RATE = Fraction(1, 3600)
+FASTEST_RATE = 1000
+
 
 class FrameClock:
     """Says when each frame is due: at the start plus whole periods, without drift.
@@ -23,9 +27,9 @@ class FrameClock:
         now: Callable[[], float] = time.perf_counter,
         sleep: Callable[[float], None] = time.sleep,
     ) -> None:
-        """``rate`` is above 0 and at most 1000. ``now`` and ``sleep`` are in seconds."""
-        if not 0 < rate <= 1000:
-            raise ValueError(f"{rate} frames a second: must be above 0 and at most 1000")
+        """``rate`` is from SLOWEST_RATE to FASTEST_RATE. ``now`` and ``sleep`` are in seconds."""
+        if not SLOWEST_RATE <= rate <= FASTEST_RATE:
+            raise ValueError(f"{rate} frames a second: must be from one an hour to {FASTEST_RATE}")
         self._period = float(1 / Fraction(rate))
         self._now = now
         self._sleep = sleep

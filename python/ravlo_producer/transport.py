@@ -2,11 +2,15 @@
 
 from __future__ import annotations
 
+import re
 import sys
 from typing import Optional, Protocol
 
 #: LOCAL SERVICE, which hosts cameras on Windows 11, and LOCAL SYSTEM.
 _SYSTEM_OWNERS = ("S-1-5-19", "S-1-5-18")
+#: Everyone, the interactive ones, the anonymous, everyone who has logged on, and the groups of every Windows: a user
+#: is none of these, whatever the registry says.
+_NO_USER = re.compile(r"S-1-1-0|S-1-5-(?:4|7|11|32-.*)", re.IGNORECASE)
 
 
 class CameraError(Exception):
@@ -73,7 +77,9 @@ def is_trusted_owner(owner: Optional[str], authorized: Optional[str]) -> bool:
     """
     if not owner or owner in _SYSTEM_OWNERS:
         return bool(owner)
-    return authorized is not None and owner.upper() == authorized.strip().upper()
+    if authorized is None or _NO_USER.fullmatch(authorized):
+        return False
+    return owner.upper() == authorized.upper()
 
 
 def system_transport() -> Transport:

@@ -53,10 +53,11 @@ def gate_name(pipe: str) -> str:
 def frame_bytes(width: int, height: int) -> int:
     """Bytes of a packed NV12 picture.
 
-    Raises ValueError for a size that no camera can have: odd, below 2 or above 16384.
+    Raises ValueError for a size that no frame header may name: odd, below 2, above 16384, or no whole number. A camera
+    has at most as many bytes as 3840x2160.
     """
     for dimension in (width, height):
-        if not 2 <= dimension <= MAX_DIMENSION or dimension % 2:
+        if not isinstance(dimension, int) or not 2 <= dimension <= MAX_DIMENSION or dimension % 2:
             raise ValueError(f"{width}x{height}: width and height must be even and 2 to {MAX_DIMENSION}")
     return width * height * 3 // 2
 

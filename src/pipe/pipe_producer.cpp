@@ -1,5 +1,7 @@
 #include "pipe/pipe_producer.h"
 
+#include <aclapi.h>
+
 #include <algorithm>
 #include <iterator>
 #include <limits>
@@ -8,6 +10,7 @@
 #include "pipe/authorized_user.h"
 #include "pipe/overlapped_io.h"
 #include "pipe/pipe_name.h"
+#include "platform/local_memory.h"
 
 namespace ravlo {
 namespace {
@@ -20,6 +23,14 @@ constexpr std::uint64_t kLongestWaitMs = INFINITE - 1;
 std::uint64_t DeadlineIn(std::uint64_t timeoutMs) noexcept {
     const std::uint64_t now = GetTickCount64();
     return now + std::min(timeoutMs, std::numeric_limits<std::uint64_t>::max() - now);
+}
+
+/// Asks for an owner that could not be read once more, to learn why: what a hung-up pipe answers does not change.
+DWORD OwnerQueryError(HANDLE pipe) noexcept {
+    PSID owner = nullptr;
+    LocalMemory<PSECURITY_DESCRIPTOR> descriptor;
+    return GetSecurityInfo(pipe, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
+                           descriptor.Put());
 }
 
 }  // namespace
@@ -39,6 +50,7 @@ bool PipeProducer::ConnectToServer(const wchar_t* name, std::uint64_t timeoutMs,
     Disconnect();
     m_lastError = ERROR_SUCCESS;
     m_owner = OwnerTrust::Untrusted;
+    m_ownerError = ERROR_SUCCESS;
     if (!RvIsRavloPipeName(name)) {
         m_lastError = ERROR_INVALID_NAME;
         return false;
@@ -75,6 +87,8 @@ bool PipeProducer::IsOwnerTrusted(HANDLE pipe, const std::wstring& expectedUser)
     std::wstring owner;
     if (GetPipeOwnerSid(pipe, owner)) {
         m_owner = ClassifyOwner(owner, expectedUser);
+    } else {
+        m_ownerError = OwnerQueryError(pipe);
     }
     return m_owner != OwnerTrust::Untrusted;
 }

@@ -45,6 +45,9 @@ public:
     /// Who owns the pipe last opened with the owner verified.
     OwnerTrust Owner() const noexcept { return m_owner; }
 
+    /// Why that owner could not be read; 0 when it was read, or nobody asked. A pipe whose server has hung up has none.
+    DWORD OwnerError() const noexcept { return m_ownerError; }
+
 private:
     bool IsOwnerTrusted(HANDLE pipe, const std::wstring& expectedUser);
     WriteOutcome WriteExact(const void* buffer, std::uint32_t length, std::uint64_t deadline);
@@ -54,6 +57,7 @@ private:
     UniqueFile m_pipe;
     DWORD m_lastError = 0;
     OwnerTrust m_owner = OwnerTrust::Untrusted;
+    DWORD m_ownerError = ERROR_SUCCESS;
 };
 
 }  // namespace ravlo

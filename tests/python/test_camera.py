@@ -118,7 +118,7 @@ class OpeningTest(CameraTest):
         self.assertFalse(camera.is_connected)
 
     def test_arguments_that_no_camera_can_have_are_refused(self):
-        for arguments in ((3, 2, 30), (2, 0, 30), (16386, 2, 30), (2, 2, 0)):
+        for arguments in ((3, 2, 30), (2, 0, 30), (16386, 2, 30), (2, 2, 0), (2.0, 2, 30), ("2", 2, 30)):
             with self.assertRaises(ValueError, msg=str(arguments)):
                 Camera(*arguments, transport=self.system)
         for options in ({"pipe": "Ravlo"}, {"write_timeout": 0}, {"write_timeout": 61}, {"timeout": -1}):
@@ -163,6 +163,13 @@ class SendingTest(CameraTest):
             self.assertTrue(camera.is_connected)
         self.assertEqual(self.pipe.timeouts, [])
         self.assertEqual(self.system.sleeps, [])
+
+    def test_buffer_with_gaps_is_refused(self):
+        with self.camera() as camera:
+            with self.assertRaisesRegex(ValueError, "gaps"):
+                camera.send(memoryview(bytes(12))[::2])
+            self.assertTrue(camera.is_connected)
+        self.assertEqual(self.pipe.written, [])
 
     def test_sending_keeps_the_pace(self):
         with self.camera() as camera:
@@ -242,6 +249,38 @@ class DemandTest(CameraTest):
             self.tell(2, 7, 6)
             self.assertEqual(camera.demand, Demand(0.007, 6))
 
+    def test_records_that_waited_longer_than_they_are_good_for_count_for_nothing(self):
+        with self.camera() as camera:
+            self.assertIsNone(camera.demand)
+            self.tell(1, 3_600_000, 5)
+            self.system.seconds += 2.0
+            self.assertIsNone(camera.demand)
+            self.tell(2, 7, 6)
+            self.system.seconds += 1.9
+            self.assertEqual(camera.demand, Demand(0.007, 6))
+        self.assertFalse(self.gate.records, "they were taken all the same")
+
+    def test_server_without_end_does_not_hold_its_reader(self):
+        record = wire.encode_demand(wire.DemandRecord(1, 12, 5))
+        asked = []
+        self.gate.poll = lambda: asked.append(1) or record
+        with self.camera() as camera:
+            self.assertEqual(camera.demand, Demand(0.012, 5))
+        self.assertEqual(len(asked), 256)
+
+    def test_gate_is_left_to_the_producer_that_is_connected(self):
+        camera = self.camera()
+        self.assertIsNone(camera.demand)
+        self.assertEqual(self.system.opened, [])
+        self.tell(1, 12, 5)
+        with camera:
+            self.assertEqual(camera.demand, Demand(0.012, 5))
+            self.pipe.failure = LOST
+            self.assertFalse(camera.send(bytes(6)))
+            self.assertTrue(self.gate.is_closed)
+            self.assertIsNone(camera.demand)
+        self.assertEqual(self.system.opened, [PIPE, PIPE + ".gate"])
+
     def test_record_does_not_outlive_its_connection(self):
         self.tell(1, 12, 5)
         with self.camera() as camera:
@@ -280,13 +319,19 @@ class OwnerTest(unittest.TestCase):
         for owner in ("S-1-5-18", "S-1-5-19", "S-1-5-21-1-2-3-1001"):
             self.assertTrue(transport.is_trusted_owner(owner, "S-1-5-21-1-2-3-1001"), owner)
         self.assertTrue(transport.is_trusted_owner("S-1-5-19", None))
-        self.assertTrue(transport.is_trusted_owner("S-1-5-21-1-2-3-1001", " s-1-5-21-1-2-3-1001 "))
+        self.assertTrue(transport.is_trusted_owner("S-1-5-21-1-2-3-1001", "s-1-5-21-1-2-3-1001"))
 
     def test_nobody_else_may(self):
         for owner in (None, "", "S-1-5-20", "S-1-5-32-544", "S-1-5-21-1-2-3-1002", "S-1-5-21-1-2-3-10010"):
             self.assertFalse(transport.is_trusted_owner(owner, "S-1-5-21-1-2-3-1001"), owner)
         self.assertFalse(transport.is_trusted_owner("S-1-5-21-1-2-3-1001", None))
+        self.assertFalse(transport.is_trusted_owner("S-1-5-21-1-2-3-1001", " S-1-5-21-1-2-3-1001 "))
         self.assertFalse(transport.is_trusted_owner("", ""))
+
+    def test_a_group_is_nobody_whom_an_administrator_can_authorize(self):
+        for group in ("S-1-1-0", "S-1-5-4", "S-1-5-7", "S-1-5-11", "S-1-5-32-544", "S-1-5-32-545", "s-1-5-32-544"):
+            self.assertFalse(transport.is_trusted_owner(group, group), group)
+        self.assertTrue(transport.is_trusted_owner("S-1-5-21-1-2-3-544", "S-1-5-21-1-2-3-544"))
 
 
 class PublicNamesTest(unittest.TestCase):

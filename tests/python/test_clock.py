@@ -73,9 +73,15 @@ class FrameClockTest(unittest.TestCase):
         self.assertAlmostEqual(self.time.seconds, 100 + 1001, places=6)
 
     def test_rates_that_are_none_are_refused(self):
-        for rate in (0, -1, 1001, float("nan")):
-            with self.assertRaises(ValueError):
+        for rate in (0, -1, 1001, float("nan"), float("inf"), 1e-300, Fraction(1, 3601)):
+            with self.assertRaises(ValueError, msg=str(rate)):
                 FrameClock(rate)
+
+    def test_slowest_clock_has_one_frame_an_hour(self):
+        clock = self.clock(Fraction(1, 3600))
+        clock.wait()
+        clock.wait()
+        self.assertEqual(self.time.seconds, 3700.0)
 
 
 if __name__ == "__main__":

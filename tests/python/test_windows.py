@@ -1,14 +1,15 @@
 """The Windows file against a kernel made of Python: layouts, constants, and which call follows which."""
 
 import ctypes
+import gc
 import unittest
 
 import context  # noqa: F401 - finds the package
+from kernel import USER, Kernel
 from ravlo_producer import _windows as windows
 from ravlo_producer import transport
 
 PIPE = r"\\.\pipe\Ravlo.7"
-USER = "S-1-5-21-1-2-3-1001"
 
 
 class LayoutTest(unittest.TestCase):
@@ -57,96 +58,6 @@ class LayoutTest(unittest.TestCase):
                 self.assertIn(ctypes.sizeof(declared), (4, 8), name)
         returns_pointer = {name for (_, name), (result, _) in windows.PROTOTYPES.items() if ctypes.sizeof(result) == 8}
         self.assertEqual(returns_pointer, {"CreateFileW", "CreateEventW", "LocalFree"})
-
-
-class Kernel:
-    """Answers the declared functions. Handles are small numbers; one transfer is under way at a time."""
-
-    def __init__(self):
-        self.calls = []
-        self.error = 0
-        self.open_error = 0
-        self.event_fails = False
-        self.owner = ctypes.create_unicode_buffer(USER)
-        self.begin_error = 997  # pending
-        self.is_done = True
-        self.moved = 0
-        self.result_error = 0
-        self.data = b""
-        self.buffer = None
-
-    def __getattr__(self, name):
-        for (_, declared), (result, arguments) in windows.PROTOTYPES.items():
-            if name == declared:
-                return self._function(name, arguments)
-        raise AttributeError(name)
-
-    def _function(self, name, declared):
-        def call(*arguments):
-            if len(arguments) != len(declared):
-                raise TypeError(f"{name} takes {len(declared)} arguments, not {len(arguments)}")
-            for kind, argument in zip(declared, arguments):
-                kind.from_param(argument)  # raises when the prototype does not allow it
-            self.calls.append((name, *arguments))
-            return getattr(self, "on_" + name)(*arguments)
-
-        return call
-
-    def last_error(self):
-        return self.error
-
-    def names(self):
-        return [call[0] for call in self.calls]
-
-    def fail(self, error):
-        self.error = error
-        return 0
-
-    def on_CreateFileW(self, *arguments):
-        if self.open_error:
-            self.error = self.open_error
-            return windows.INVALID_HANDLE_VALUE
-        return 101
-
-    def on_CreateEventW(self, *arguments):
-        return self.fail(8) if self.event_fails else 102
-
-    def on_CloseHandle(self, handle):
-        return 1
-
-    def on_GetSecurityInfo(self, handle, kind, what, owner, group, dacl, sacl, descriptor):
-        owner._obj.value = 7000 if self.owner else None
-        descriptor._obj.value = 8000
-        return 0
-
-    def on_ConvertSidToStringSidW(self, sid, text):
-        text._obj.value = ctypes.addressof(self.owner)
-        return 1
-
-    def on_LocalFree(self, memory):
-        return 0
-
-    def on_WriteFile(self, handle, buffer, size, moved, overlapped):
-        self.data = bytes(buffer)
-        return 1 if self.begin_error == 0 else self.fail(self.begin_error)
-
-    def on_ReadFile(self, handle, buffer, size, moved, overlapped):
-        self.buffer = buffer
-        return 1 if self.begin_error == 0 else self.fail(self.begin_error)
-
-    def on_WaitForSingleObject(self, event, milliseconds):
-        return 0 if self.is_done else 258
-
-    def on_GetOverlappedResult(self, handle, overlapped, moved, wait):
-        if self.result_error:
-            return self.fail(self.result_error)
-        if not self.is_done:
-            return self.fail(995 if wait else 996)
-        moved._obj.value = self.moved
-        return 1
-
-    def on_CancelIoEx(self, handle, overlapped):
-        return 1
 
 
 class KernelTest(unittest.TestCase):
@@ -199,6 +110,30 @@ class OpeningTest(KernelTest):
         with self.assertRaises(transport.UntrustedOwnerError):
             self.transport.open_gate(PIPE + ".gate")
 
+    def test_camera_that_hangs_up_while_its_owner_is_read_is_absent_and_no_stranger(self):
+        for code in (109, 232, 233):
+            self.kernel.owner_error = code
+            with self.assertRaises(transport.CameraAbsentError):
+                self.transport.open_frames(PIPE)
+            self.assertEqual(self.kernel.calls[-2:], [("CloseHandle", 101), ("CloseHandle", 102)])
+
+    def test_owner_that_cannot_be_read_for_another_reason_is_a_stranger(self):
+        self.kernel.owner_error = 5
+        with self.assertRaises(transport.UntrustedOwnerError):
+            self.transport.open_frames(PIPE)
+
+    def test_interrupt_while_opening_leaves_no_handle(self):
+        for place in ("GetSecurityInfo", "CreateEventW"):
+            kernel = Kernel()
+
+            def interrupt(*arguments):
+                raise KeyboardInterrupt
+
+            setattr(kernel, "on_" + place, interrupt)
+            with self.assertRaises(KeyboardInterrupt):
+                windows.WindowsTransport(kernel, lambda: USER).open_frames(PIPE)
+            self.assertIn(("CloseHandle", 101), kernel.calls)
+
     def test_pipe_is_closed_when_there_is_no_event(self):
         self.kernel.event_fails = True
         with self.assertRaises(transport.CameraError):
@@ -242,6 +177,41 @@ class WritingTest(KernelTest):
         with self.assertRaises(KeyboardInterrupt):
             self.pipe.write(bytearray(b"abcd"), 0.25)
         self.assertEqual(self.kernel.names()[-2:], ["CancelIoEx", "GetOverlappedResult"])
+
+    def test_write_that_is_interrupted_as_it_begins_is_cancelled(self):
+        def interrupt(*arguments):
+            raise KeyboardInterrupt
+
+        self.kernel.on_WriteFile = interrupt
+        self.kernel.is_done = False
+        with self.assertRaises(KeyboardInterrupt):
+            self.pipe.write(bytearray(b"abcd"), 0.25)
+        self.assertEqual(self.kernel.names(), ["WriteFile", "CancelIoEx", "GetOverlappedResult"])
+
+    def test_write_that_there_is_nothing_to_cancel_of_is_not_waited_for_without_end(self):
+        def interrupt(*arguments):
+            raise KeyboardInterrupt
+
+        self.kernel.on_WriteFile = interrupt
+        self.kernel.cancel_error = 1168
+        with self.assertRaises(KeyboardInterrupt):
+            self.pipe.write(bytearray(b"abcd"), 0.25)
+        self.assertEqual(self.kernel.names(), ["WriteFile", "CancelIoEx", "WaitForSingleObject"])
+        self.assertEqual(self.kernel.calls[-1], ("WaitForSingleObject", 102, 100))
+
+    def test_write_that_does_not_begin_is_not_cancelled(self):
+        self.kernel.begin_error = 232
+        with self.assertRaisesRegex(transport.ConnectionLostError, "the camera has closed the connection .error 232"):
+            self.pipe.write(bytearray(b"abcd"), 0.25)
+        self.kernel.begin_error = 1450
+        with self.assertRaisesRegex(transport.ConnectionLostError, "the system has refused a transfer .*error 1450"):
+            self.pipe.write(bytearray(b"abcd"), 0.25)
+        self.assertEqual(self.kernel.names(), ["WriteFile", "WriteFile"])
+
+    def test_pipe_that_nobody_holds_is_closed(self):
+        del self.pipe
+        gc.collect()
+        self.assertEqual(self.kernel.calls, [("CloseHandle", 101), ("CloseHandle", 102)])
 
     def test_closed_connection_is_lost_at_the_begin_or_at_the_end(self):
         for code in (109, 232, 233):
@@ -296,6 +266,35 @@ class ReadingTest(KernelTest):
         self.assertEqual(
             self.kernel.names()[-4:], ["CancelIoEx", "GetOverlappedResult", "CloseHandle", "CloseHandle"]
         )
+
+    def test_gate_that_nobody_holds_cancels_its_read_before_the_buffer_goes(self):
+        self.kernel.is_done = False
+        self.gate.poll()
+        self.kernel.calls.clear()
+        del self.gate
+        gc.collect()
+        self.assertEqual(self.kernel.names(), ["CancelIoEx", "GetOverlappedResult", "CloseHandle", "CloseHandle"])
+        self.assertIs(self.kernel.calls[1][4], True)
+
+    def test_read_that_is_interrupted_as_it_begins_is_cancelled_by_close(self):
+        def interrupt(*arguments):
+            raise KeyboardInterrupt
+
+        self.kernel.on_ReadFile = interrupt
+        self.kernel.is_done = False
+        with self.assertRaises(KeyboardInterrupt):
+            self.gate.poll()
+        self.gate.close()
+        self.assertEqual(
+            self.kernel.names(), ["ReadFile", "CancelIoEx", "GetOverlappedResult", "CloseHandle", "CloseHandle"]
+        )
+
+    def test_read_that_does_not_begin_leaves_nothing_to_cancel(self):
+        self.kernel.begin_error = 109
+        with self.assertRaises(transport.ConnectionLostError):
+            self.gate.poll()
+        self.gate.close()
+        self.assertEqual(self.count("CancelIoEx"), 0)
 
     def test_camera_that_goes_is_a_lost_connection_and_leaves_nothing_to_cancel(self):
         self.kernel.result_error = 109

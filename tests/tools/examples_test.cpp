@@ -70,6 +70,8 @@ TEST_F(Examples, WrongUsageAndAPipeOfAStrangerAreSaidInASentence) {
     } cases[] = {
         {L"minimal_producer", {L"3", L"2"}, 1, "giving up: an argument is wrong"},
         {L"minimal_producer", {L"8", L"2", L"1", L"camera"}, 1, "giving up: an argument is wrong"},
+        {L"generated_frames", {L"64"}, 2, "usage: generated_frames [WIDTH HEIGHT [SECONDS [PIPE]]]"},
+        {L"generated_frames", {L"64", L"64", L"1", m_name, L"x"}, 2, "usage: generated_frames "},
         {L"generated_frames", {L"64", L"63"}, 2, "no camera has this size: width and height are even, from 2 to 16384"},
         {L"generated_frames", {L"64", L"64", L"1", L"camera"}, 1, "giving up: an argument is wrong"},
         {L"minimal_producer",

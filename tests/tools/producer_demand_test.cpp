@@ -1,68 +1,14 @@
 // What the producer library hears of a camera's demand, against the module's own gate pipe and against others.
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <thread>
 
-#include "gate/gate_pipe.h"
 #include "support/handles.h"
-#include "support/import_hooks.h"
-#include "tools/producer_stage.h"
+#include "tools/producer_demand_stage.h"
 #include "windows/program_heap.h"
 
 namespace ravlo::test {
 namespace {
-
-using OpenHook = RAVLO_HOOK(CreateFileW);
-using ClockHook = RAVLO_HOOK(GetTickCount64);
-using ReadHook = RAVLO_HOOK(ReadFile);
-
-/// Record number 42, 12 ms after the 1260th request, as the frame-pipe document has it.
-constexpr std::string_view kRecord42{"GATE\x01\0\0\0\x2A\0\0\0\0\0\0\0\x0C\0\0\0\0\0\0\0\xEC\x04\0\0\0\0\0\0", 32};
-
-class ProducerDemand : public ::testing::Test {
-protected:
-    ProducerDemand() : m_clock(ThisProgram()) {
-        m_clock.Replace([this] { return ClockHook::CallOriginal() + m_passed; });
-    }
-    ~ProducerDemand() override { RvGatePipeClose(m_gate); }
-
-    void Serve() { ASSERT_TRUE(RvGatePipeCreate(m_gate, CurrentUserSid(), m_gateName.c_str())) << m_gate.lastError; }
-    bool Publish(std::uint64_t idleMs, std::uint64_t requests) { return RvGatePipePublish(m_gate, idleMs, requests); }
-    /// Lets time go by for the library, and a little more than needed for this program's own waits.
-    void Pass(std::uint64_t milliseconds) { m_passed += milliseconds; }
-
-    ravlo_status Read() { return ravlo_producer_read_demand(m_producer.get(), &m_demand); }
-    bool WaitForRecord(std::uint64_t sequence) {
-        return WaitUntil([&] { return Read() == RAVLO_OK && m_demand.sequence == sequence; });
-    }
-    /// The same where the clock stands still.
-    bool ReadSoon() {
-        for (int i = 0; i < 1000; ++i) {
-            if (Read() == RAVLO_OK) {
-                return true;
-            }
-            Sleep(1);
-        }
-        return false;
-    }
-    std::uint32_t SystemError() const { return ravlo_producer_system_error(m_producer.get()); }
-    void ExpectNothingKnown(std::uint32_t systemError) {
-        m_demand = {7, 7, 7, 7};
-        EXPECT_EQ(RAVLO_NO_DEMAND, Read());
-        EXPECT_EQ(systemError, SystemError());
-        EXPECT_EQ(0U, m_demand.sequence + m_demand.idle_ms + m_demand.requests + m_demand.age_ms);
-    }
-
-    AnchorGuard m_anchor{CurrentUserSid()};
-    const std::wstring m_name = UniquePipeName();
-    const std::wstring m_gateName = m_name + L".gate";
-    std::uint64_t m_passed = 0;
-    ClockHook m_clock;
-    RvGatePipe m_gate;
-    ProducerHandle m_producer = OpenProducer(m_name);
-    ravlo_demand m_demand{};
-};
 
 TEST_F(ProducerDemand, TheGateIsOpenedForReadingOnlyUnsharedAndAtIdentificationLevel) {
     OpenHook opens(ThisProgram());
@@ -78,13 +24,17 @@ TEST_F(ProducerDemand, TheGateIsOpenedForReadingOnlyUnsharedAndAtIdentificationL
 }
 
 TEST_F(ProducerDemand, AMissingGateIsTriedTwiceASecond) {
+    StopClock();
     OpenHook opens(ThisProgram());
     ExpectNothingKnown(2);
     for (int i = 0; i < 20; ++i) {
         ExpectNothingKnown(2);
     }
     EXPECT_EQ(1U, opens.Count());
-    Pass(500);
+    Pass(499);
+    ExpectNothingKnown(2);
+    EXPECT_EQ(1U, opens.Count());
+    Pass(1);
     ExpectNothingKnown(2);
     EXPECT_EQ(2U, opens.Count());
 }
@@ -148,6 +98,7 @@ TEST_F(ProducerDemand, AGateThatClosesTakesItsLeaseWithItAndTheNextOneIsFound) {
     ExpectNothingKnown(0);
     ASSERT_TRUE(WaitUntil([&] { return Publish(100, 1); }));
     ASSERT_TRUE(WaitForRecord(1));
+    StopClock();
     RvGatePipeClose(m_gate);
     ExpectNothingKnown(233);
     Pass(500);
@@ -156,6 +107,7 @@ TEST_F(ProducerDemand, AGateThatClosesTakesItsLeaseWithItAndTheNextOneIsFound) {
     ExpectNothingKnown(2);
     Pass(500);
     ExpectNothingKnown(0);
+    RunClock();
     ASSERT_TRUE(WaitUntil([&] { return Publish(700, 3); }));
     ASSERT_TRUE(WaitForRecord(1));
     EXPECT_EQ(700U, m_demand.idle_ms);
@@ -190,20 +142,21 @@ TEST_F(ProducerDemand, HalfARecordIsForgottenWithItsConnection) {
 TEST_F(ProducerDemand, BytesThatAreNoRecordEndTheConnectionAndTheGateIsTriedAgain) {
     for (const std::size_t offset : {0U, 4U}) {
         RawServer gate(m_gateName, kOwnedBySystem, PIPE_ACCESS_OUTBOUND);
-        const ProducerHandle producer = OpenProducer(m_name);
-        const auto read = [&] { return ravlo_producer_read_demand(producer.get(), &m_demand); };
+        const auto read = [&] { return Read(); };
         EXPECT_EQ(RAVLO_NO_DEMAND, read());
         std::string wrong(kRecord42);
         ++wrong[offset];
         ASSERT_TRUE(gate.Send(std::string(kRecord42) + wrong + std::string(kRecord42)));
-        ASSERT_TRUE(
-            WaitUntil([&] { return read() == RAVLO_NO_DEMAND && ravlo_producer_system_error(producer.get()) == 13; }));
+        ASSERT_TRUE(WaitUntil([&] { return read() == RAVLO_NO_DEMAND && SystemError() == 13; }));
         gate.Drop();
         Pass(500);
         EXPECT_EQ(RAVLO_NO_DEMAND, read());
         ASSERT_TRUE(gate.WaitForClient());
         ASSERT_TRUE(gate.Send(kRecord42));
         EXPECT_TRUE(WaitUntil([&] { return read() == RAVLO_OK && m_demand.sequence == 42; }));
+        gate.Drop();
+        EXPECT_EQ(RAVLO_NO_DEMAND, read());
+        Pass(500);
     }
 }
 
@@ -225,8 +178,9 @@ TEST_F(ProducerDemand, ARefusedOrTakenGateIsNoDemandWithItsReason) {
     ExpectNothingKnown(5);
     opens.PassOn();
     Serve();
-    const ProducerHandle first = OpenProducer(m_name);
-    EXPECT_EQ(RAVLO_NO_DEMAND, ravlo_producer_read_demand(first.get(), &m_demand));
+    const UniqueFile first(
+        CreateFileW(m_gateName.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+    ASSERT_TRUE(first);
     Pass(500);
     ExpectNothingKnown(231);
 }
@@ -315,8 +269,11 @@ TEST_F(ProducerDemand, AServerWithoutEndDoesNotHoldItsReader) {
 TEST_F(ProducerDemand, ClosingWithAReadUnderWayCancelsItAndLeavesNoHandle) {
     Serve();
     EXPECT_FALSE(Publish(0, 0)) << "nobody is there yet";
+    m_producer.reset();
+    m_camera->Drop();
     const std::size_t before = SettledHandles();
     m_producer = OpenProducer(m_name);
+    ASSERT_EQ(RAVLO_OK, ravlo_producer_connect(m_producer.get(), kPatienceMs));
     ExpectNothingKnown(0);
     EXPECT_GT(CountHandles(), before);
     RAVLO_HOOK(CancelIoEx) cancels(ThisProgram());
@@ -325,20 +282,57 @@ TEST_F(ProducerDemand, ClosingWithAReadUnderWayCancelsItAndLeavesNoHandle) {
     EXPECT_TRUE(HandlesSettleAt(before));
 }
 
-TEST_F(ProducerDemand, DemandAndFramesAreIndependent) {
+TEST_F(ProducerDemand, WithoutAConnectionNothingIsAskedAndTheGateIsLeftToOthers) {
     Serve();
-    FrameSide camera(m_name);
-    ASSERT_EQ(RAVLO_OK, ravlo_producer_connect(m_producer.get(), 0));
-    ASSERT_TRUE(camera.WaitForClient());
     ExpectNothingKnown(0);
     ASSERT_TRUE(WaitUntil([&] { return Publish(5, 1); }));
+    ASSERT_TRUE(WaitForRecord(1));
     ravlo_producer_disconnect(m_producer.get());
-    EXPECT_TRUE(WaitForRecord(1));
-    RvGatePipeClose(m_gate);
-    camera.Drop();
+    OpenHook opens(ThisProgram());
+    Pass(500);
+    ExpectNothingKnown(233);
+    EXPECT_EQ(0U, opens.Count());
+    EXPECT_FALSE(Publish(6, 2)) << "nobody listens";
+    EXPECT_FALSE(Publish(6, 2)) << "the gate is open for the next one";
+    m_camera->Drop();
     ASSERT_EQ(RAVLO_OK, ravlo_producer_connect(m_producer.get(), kPatienceMs));
+    ExpectNothingKnown(0);
+    ASSERT_TRUE(WaitUntil([&] { return Publish(7, 3); }));
+    EXPECT_TRUE(WaitUntil([&] { return Read() == RAVLO_OK && m_demand.requests == 3; }));
+}
+
+TEST_F(ProducerDemand, AWriteThatLosesTheConnectionLeavesTheGateToo) {
+    Serve();
+    ExpectNothingKnown(0);
+    ASSERT_TRUE(WaitUntil([&] { return Publish(5, 1); }));
+    ASSERT_TRUE(WaitForRecord(1));
+    m_camera->Drop();
+    EXPECT_EQ(RAVLO_DISCONNECTED, ravlo_producer_write(m_producer.get(), 4, 2, "abcdefghUVXY", kPatienceMs));
+    EXPECT_FALSE(Publish(6, 2)) << "nobody listens";
+    ExpectNothingKnown(233);
+}
+
+TEST_F(ProducerDemand, AGateThatGoesLeavesTheFramesConnected) {
+    Serve();
+    ExpectNothingKnown(0);
+    RvGatePipeClose(m_gate);
     ExpectNothingKnown(233);
     EXPECT_EQ(1, ravlo_producer_is_connected(m_producer.get()));
+    EXPECT_EQ(RAVLO_OK, ravlo_producer_write(m_producer.get(), 4, 2, "abcdefghUVXY", kPatienceMs));
+}
+
+TEST_F(ProducerDemand, RecordsThatHaveWaitedLongerThanTheirLeaseCountForNothing) {
+    RawServer gate(m_gateName, kOwnedBySystem, PIPE_ACCESS_OUTBOUND);
+    StopClock();
+    ExpectNothingKnown(0);
+    ASSERT_TRUE(gate.Send(std::string(kRecord42) + std::string(kRecord42)));
+    Pass(2000);
+    ExpectNothingKnown(0);
+    ExpectNothingKnown(0);
+    ASSERT_TRUE(gate.Send(kRecord42));
+    Pass(1999);
+    EXPECT_TRUE(ReadSoon());
+    EXPECT_EQ(42U, m_demand.sequence);
 }
 
 }  // namespace

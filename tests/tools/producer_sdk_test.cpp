@@ -10,6 +10,8 @@
 #include "tools/producer_stage.h"
 #include "windows/program_heap.h"
 
+#include <aclapi.h>
+
 namespace ravlo::test {
 namespace {
 
@@ -78,11 +80,8 @@ TEST_F(ProducerSdk, NullNamesTheOneCameraOfTheMachine) {
     OpenHook opens(ThisProgram());
     opens.FailEvery(INVALID_HANDLE_VALUE, ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(RAVLO_NO_CAMERA, ravlo_producer_connect(opened, 0));
-    ravlo_demand demand{};
-    EXPECT_EQ(RAVLO_NO_DEMAND, ravlo_producer_read_demand(opened, &demand));
-    ASSERT_EQ(2U, opens.Count());
+    ASSERT_EQ(1U, opens.Count());
     EXPECT_EQ(L"\\\\.\\pipe\\Ravlo", std::get<0>(opens.Calls()[0]));
-    EXPECT_EQ(L"\\\\.\\pipe\\Ravlo.gate", std::get<0>(opens.Calls()[1]));
 }
 
 TEST_F(ProducerSdk, WithoutMemoryThereIsNoProducer) {
@@ -146,6 +145,20 @@ TEST_F(ProducerSdk, AStrangersPipeIsLeftAtOnceAndGetsNothing) {
     EXPECT_EQ(1U, opens.Count());
     EXPECT_EQ(RAVLO_DISCONNECTED, Write4x2());
     EXPECT_EQ(0U, stranger.BytesUnread());
+}
+
+TEST_F(ProducerSdk, ACameraThatHangsUpWhileItsOwnerIsReadIsAbsentAndWaitedFor) {
+    RawServer camera(m_name, kOwnedBySystem, PIPE_ACCESS_INBOUND);
+    RAVLO_HOOK(GetSecurityInfo) owners(ThisProgram());
+    for (const DWORD gone : {DWORD{ERROR_BROKEN_PIPE}, DWORD{ERROR_NO_DATA}, DWORD{ERROR_PIPE_NOT_CONNECTED}}) {
+        owners.FailEvery(gone);
+        EXPECT_EQ(RAVLO_NO_CAMERA, ravlo_producer_connect(m_producer.get(), 0));
+        EXPECT_EQ(gone, SystemError());
+        camera.Drop();
+    }
+    owners.FailEvery(ERROR_ACCESS_DENIED);
+    EXPECT_EQ(RAVLO_UNTRUSTED_OWNER, ravlo_producer_connect(m_producer.get(), 60'000));
+    EXPECT_EQ(1307U, SystemError());
 }
 
 TEST_F(ProducerSdk, AnyOtherRefusalIsTheSystems) {

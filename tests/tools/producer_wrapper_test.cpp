@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -14,12 +16,15 @@
 #include "support/import_hooks.h"
 #include "tools/producer_stage.h"
 
+#include <aclapi.h>
+
 namespace ravlo::test {
 namespace {
 
 using namespace std::chrono_literals;
 
 using OpenHook = RAVLO_HOOK(CreateFileW);
+using OwnerHook = RAVLO_HOOK(GetSecurityInfo);
 
 static_assert(std::is_nothrow_move_constructible_v<Producer> && std::is_nothrow_move_assignable_v<Producer>);
 static_assert(!std::is_copy_constructible_v<Producer>);
@@ -102,16 +107,46 @@ TEST_F(ProducerWrapper, ATimeOutOfTheWrongSignIsNoneAndALongOneIsTheLongestThere
     EXPECT_EQ(5U, m_producer.SystemError());
 }
 
+TEST_F(ProducerWrapper, ACameraThatRestartsAllTheTimeIsNeverTakenForAStranger) {
+    FrameSide camera(m_name);
+    std::atomic<bool> isOver{false};
+    std::thread restarting([&] {
+        while (!isOver) {
+            camera.Drop();
+        }
+    });
+    // Time enough between the opening and the look at the owner for the camera to go.
+    OwnerHook owners(ThisProgram());
+    owners.Replace([](HANDLE pipe, SE_OBJECT_TYPE type, SECURITY_INFORMATION what, PSID* owner, PSID* group, PACL* dacl,
+                      PACL* sacl, PSECURITY_DESCRIPTOR* descriptor) -> DWORD {
+        Sleep(1);
+        return OwnerHook::CallOriginal(pipe, type, what, owner, group, dacl, sacl, descriptor);
+    });
+    unsigned hungUp = 0;
+    const std::uint64_t end = GetTickCount64() + 300;
+    while (GetTickCount64() < end) {
+        const ravlo_status status = m_producer.Connect(0ms);
+        EXPECT_TRUE(status == RAVLO_OK || status == RAVLO_NO_CAMERA || status == RAVLO_BUSY)
+            << ravlo_status_text(status) << ", error " << m_producer.SystemError();
+        hungUp += m_producer.SystemError() == 233 ? 1 : 0;
+        m_producer.Disconnect();
+    }
+    isOver = true;
+    restarting.join();
+    EXPECT_GE(hungUp, 1U);
+}
+
 TEST_F(ProducerWrapper, DemandIsARecordOrNothing) {
     EXPECT_FALSE(m_producer.ReadDemand().has_value());
-    EXPECT_EQ(2U, m_producer.SystemError());
+    EXPECT_EQ(233U, m_producer.SystemError());
     RvGatePipe gate;
     ASSERT_TRUE(RvGatePipeCreate(gate, CurrentUserSid(), (m_name + L".gate").c_str()));
-    Producer listener(Narrow(m_name).c_str());
-    EXPECT_FALSE(listener.ReadDemand().has_value());
+    ServeAndConnect();
+    EXPECT_FALSE(m_producer.ReadDemand().has_value());
+    EXPECT_EQ(0U, m_producer.SystemError());
     ASSERT_TRUE(WaitUntil([&] { return RvGatePipePublish(gate, 33, 5); }));
     std::optional<ravlo_demand> demand;
-    ASSERT_TRUE(WaitUntil([&] { return (demand = listener.ReadDemand()).has_value(); }));
+    ASSERT_TRUE(WaitUntil([&] { return (demand = m_producer.ReadDemand()).has_value(); }));
     EXPECT_EQ(1U, demand->sequence);
     EXPECT_EQ(33U, demand->idle_ms);
     EXPECT_EQ(5U, demand->requests);
