@@ -5,14 +5,16 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     common/command_line.cpp
     common/messages.cpp
     common/parse_text.cpp
+    common/report_writer.cpp
+    common/result_meaning.cpp
     common/test_card_stamp.cpp
     rvclient/camera_list.cpp
     rvclient/options.cpp
-    rvclient/result_meaning.cpp
     rvfeeder/camera_limits.cpp
     rvfeeder/command_schedule.cpp
     rvfeeder/connection_history.cpp
     rvfeeder/demand_hint.cpp
+    rvfeeder/demand_news.cpp
     rvfeeder/demand_policy.cpp
     rvfeeder/feed_statistics.cpp
     rvfeeder/feed_status.cpp
@@ -29,7 +31,6 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     rvfeeder/picture_flow.cpp
     rvfeeder/picture_input.cpp
     rvfeeder/raw_reader.cpp
-    rvfeeder/report_writer.cpp
     rvfeeder/still_decode.cpp
     rvfeeder/still_reader.cpp
     rvfeeder/test_card.cpp
@@ -64,10 +65,10 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     rvsetup/doctor/failure_table.cpp
     rvsetup/doctor/finding.cpp
     rvsetup/doctor/glob.cpp
+    rvsetup/doctor/load_check.cpp
     rvsetup/doctor/log_story.cpp
-    rvsetup/doctor/pe_file.cpp
+    rvsetup/install/camera_dll.cpp
     rvsetup/install/journal.cpp
-    rvsetup/install/pe_image.cpp
     rvsetup/install/plan.cpp
     rvsetup/install/step.cpp
     rvsetup/report/checksum.cpp
@@ -75,6 +76,8 @@ set(RAVLO_PORTABLE_TOOL_SOURCES
     rvsetup/report/report_options.cpp
     rvsetup/report/report_target.cpp
     rvsetup/report/zip_file.cpp
+    rvsetup/system/pe_image.cpp
+    rvsetup/system/text.cpp
     rvsetup/trace/log_clock.cpp
     rvsetup/trace/trace_line.cpp
     rvsetup/trace/trace_options.cpp

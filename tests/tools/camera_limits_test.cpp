@@ -30,6 +30,9 @@ TEST(CameraLimits, ASizeThatNv12CannotHaveComesWithTheNearestThatItCan) {
     EXPECT_EQ(WhyNoPictureSize(641, 480), beginning + "641x480" + middle + "640:480");
     EXPECT_EQ(WhyNoPictureSize(1, 1), beginning + "1x1" + middle + "2:2");
     EXPECT_EQ(WhyNoPictureSize(20'000, 33), beginning + "20000x33" + middle + "16384:32");
+    EXPECT_EQ(WhyNoPictureSize(20'000, 20'000), beginning + "20000x20000" + middle + "2048:2048");
+    EXPECT_EQ(WhyNoPictureSize(16'383, 4001), beginning + "16383x4001" + middle + "4094:1000");
+    EXPECT_EQ(WhyNoPictureSize(3841, 2160), beginning + "3841x2160" + middle + "3840:2160");
 }
 
 TEST(CameraLimits, AnExpectedSizeIsMetByNoOther) {

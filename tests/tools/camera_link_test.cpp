@@ -74,6 +74,19 @@ TEST_F(CameraLinkTest, AMissingCameraIsSaidOnlyWhenItStaysAway) {
     EXPECT_EQ(m_link.AbsentFor(m_now + 5 * kSecond), kSecond);
 }
 
+TEST_F(CameraLinkTest, AStrangersPipeIsSaidAtOnceAndNotTakenBackWhileItIsBusy) {
+    RawServer stranger(m_name, kOwnedByAdministrators, PIPE_ACCESS_INBOUND);
+    EXPECT_FALSE(m_link.TryConnect(m_now));
+    ASSERT_EQ(m_messages.size(), 1U);
+    EXPECT_TRUE(m_messages.front().starts_with(Narrow(m_name) + " is owned by an account that is neither the camera"))
+        << m_messages.front();
+    RAVLO_HOOK(CreateFileW) open(ThisProgram());
+    open.FailEvery(INVALID_HANDLE_VALUE, ERROR_PIPE_BUSY);
+    EXPECT_FALSE(m_link.TryConnect(m_now + kSecond));
+    EXPECT_EQ(m_link.LastConnectStatus(), RAVLO_UNTRUSTED_OWNER);
+    EXPECT_EQ(m_messages.size(), 1U);
+}
+
 TEST_F(CameraLinkTest, ATryEarlierThanDueIsNone) {
     RAVLO_HOOK(CreateFileW) open(ThisProgram());
     EXPECT_FALSE(m_link.TryConnect(m_now));

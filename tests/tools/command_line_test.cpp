@@ -26,6 +26,7 @@ TEST(ParseText, GeometriesTakeAFractionOrAWholeRate) {
     EXPECT_EQ(ParseGeometry("1280x720@30/1"), (FrameGeometry{1280, 720, 30, 1}));
     EXPECT_EQ(ParseGeometry("1280x720@30"), (FrameGeometry{1280, 720, 30, 1}));
     EXPECT_EQ(ParseGeometry("1920x1080@60000/1001"), (FrameGeometry{1920, 1080, 60000, 1001}));
+    EXPECT_EQ(GeometryText({1920, 1080, 60000, 1001}), "1920x1080@60000/1001");
 }
 
 TEST(ParseText, GeometriesThatNoStreamCanHaveAreRefused) {
@@ -52,6 +53,8 @@ public:
         m_line.Options().Choice("--mode", mode, {"fast", "slow"}, "How");
         OptionSet& install = m_line.Command("install", "Puts it there", "  program install --dll x\n");
         install.Text("--dll", "FILE", dll, "What to install");
+        install.Texts("-e,--extra", "FILE", extras, "What else to install");
+        install.Flag("--quiet", quiet, "Say nothing");
         m_line.Command("uninstall", "Takes it away", "  program uninstall\n");
     }
 
@@ -73,6 +76,8 @@ public:
     double share = 0.2;
     std::string mode;
     std::string dll;
+    std::vector<std::string> extras;
+    bool quiet = false;
     std::string errors;
     std::string output;
 
@@ -136,6 +141,17 @@ TEST(CommandLine, WrongValuesAreAnsweredInWords) {
         {{"install", "--dll"}, "--dll needs a value: FILE"},
         {{"install", "--dll", "a", "--dll", "b"}, "--dll is given more than once"},
         {{"--dll", "a", "install"}, "--dll belongs behind install"},
+        {{"install", "--dll", "--quiet"}, "--dll needs a value, and --quiet is an option"},
+        {{"install", "--dll", "--help"}, "--dll needs a value, and --help is an option"},
+        {{"install", "--dll", "-h"}, "--dll needs a value, and -h is an option"},
+        {{"install", "--dll", "-e"}, "--dll needs a value, and -e is an option"},
+        {{"install", "--extra", "x", "--extra", "--dll"}, "--extra needs a value, and --dll is an option"},
+        {{"--count", "--loop"}, "--count needs a value, and --loop is an option"},
+        {{"install", "--dll=", "x"}, "--dll needs a value: FILE"},
+        {{"install", "--quiet="}, "--quiet takes no value"},
+        {{"/loop"}, "options begin with two dashes, and not with a slash as in /loop; did you mean --loop?"},
+        {{"/cuont", "3"}, "options begin with two dashes, and not with a slash as in /cuont; did you mean --count?"},
+        {{"install", "/?"}, "options begin with two dashes, and not with a slash as in /?; did you mean --help?"},
     };
     for (const auto& [arguments, sentence] : cases) {
         SampleProgram program;
@@ -159,6 +175,11 @@ TEST(CommandLine, WhatWasGivenArrivesAndTheRestStays) {
     EXPECT_EQ(program.count, 3);
     EXPECT_EQ(program.dll, "a b.dll");
     EXPECT_EQ(program.Chosen(), "install");
+    SampleProgram dashes;
+    EXPECT_EQ(dashes.Run({"install", "--dll", "-", "--extra", "--a=b", "--extra", "-4"}), std::nullopt)
+        << dashes.errors;
+    EXPECT_EQ(dashes.dll, "-");
+    EXPECT_EQ(dashes.extras, (std::vector<std::string>{"--a=b", "-4"}));
     SampleProgram bare;
     EXPECT_EQ(bare.Run({}), std::nullopt);
     EXPECT_EQ(bare.Chosen(), "");

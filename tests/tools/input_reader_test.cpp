@@ -6,6 +6,8 @@
 
 #include "rvfeeder/byte_source_peek.h"
 #include "rvfeeder/input_kind.h"
+#include "rvfeeder/jpeg_check.h"
+#include "tools/exif_notes.h"
 #include "tools/memory_source.h"
 #include "tools/red_png.h"
 
@@ -35,6 +37,10 @@ std::string FirstPicture(PictureReader& reader) {
     std::string picture(FrameBytes(reader.Geometry()), '\0');
     const std::span<std::uint8_t> bytes(reinterpret_cast<std::uint8_t*>(picture.data()), picture.size());
     return reader.ReadPicture(bytes) ? picture : "END";
+}
+
+unsigned OrientationOf(const std::string& jpeg) {
+    return JpegOrientation({reinterpret_cast<const std::uint8_t*>(jpeg.data()), jpeg.size()});
 }
 
 InputOptions Raw(const FrameGeometry& geometry) {
@@ -126,6 +132,29 @@ TEST(InputReader, WhatTheCameraShowsOtherwiseIsNoted) {
               (std::vector<std::string>{
                   "the pixels of the input are 8:9, the camera shows them square; its picture will look too wide"}));
     EXPECT_TRUE(Open("YUV4MPEG2 W4 H2 F25:1 A0:0\n").notes.empty());
+}
+
+TEST(JpegOrientation, IsReadInBothByteOrdersAndBehindOtherSegments) {
+    const std::string begin = "\xff\xd8"s;
+    const std::string other = "\xff\xe0\x00\x04zz"s;
+    EXPECT_EQ(OrientationOf(begin + kTurnedNotes), 6U);
+    EXPECT_EQ(OrientationOf(begin + other + kTurnedNotes), 6U);
+    EXPECT_EQ(OrientationOf(begin + kTurnedNotesOfMotorola), 8U);
+}
+
+TEST(JpegOrientation, IsUprightWhereNothingCanBeUnderstood) {
+    const std::string begin = "\xff\xd8"s;
+    EXPECT_EQ(OrientationOf(""), 1U);
+    EXPECT_EQ(OrientationOf(begin), 1U);
+    EXPECT_EQ(OrientationOf(begin + "\xff\xda\x00\x02" + kTurnedNotes), 1U) << "behind the picture";
+    for (std::size_t length = 0; length + 4 < kTurnedNotes.size(); ++length) {
+        EXPECT_EQ(OrientationOf(begin + kTurnedNotes.substr(0, length)), 1U) << length;
+    }
+    for (const std::size_t place : {4U, 10U, 12U, 14U, 32U, 40U, 41U}) {
+        std::string notes = kTurnedNotes;
+        notes[place] = '\xff';
+        EXPECT_EQ(OrientationOf(begin + notes), 1U) << place;
+    }
 }
 
 TEST(InputReader, EveryBeginningOfAnInputIsRefusedOrReadAndNeverShownHalf) {

@@ -27,9 +27,12 @@ std::string FirstPicture(PictureReader& reader) {
     return reader.ReadPicture(bytes) ? picture : "END";
 }
 
-/// Standard input of this process for as long as it lives: a pipe that holds some bytes and has ended.
+/// Standard input of this process for as long as it lives: a file, or a pipe that holds some bytes and has ended.
 class StandardInput {
 public:
+    explicit StandardInput(UniqueObject file) : m_before(GetStdHandle(STD_INPUT_HANDLE)), m_reading(std::move(file)) {
+        SetStdHandle(STD_INPUT_HANDLE, m_reading.Get());
+    }
     explicit StandardInput(const std::string& bytes) : m_before(GetStdHandle(STD_INPUT_HANDLE)) {
         HANDLE reading = nullptr;
         HANDLE writing = nullptr;
@@ -159,7 +162,34 @@ TEST(OpenInput, TheTestCardNeedsNoFile) {
     EXPECT_NE(first, FirstPicture(*reader));
 }
 
+TEST(OpenInput, ANamedPipeWhoseServerHangsUpHasEnded) {
+    const std::wstring name = LR"(\\.\pipe\ravlo-film-)" + std::to_wstring(GetCurrentProcessId());
+    const UniqueFile server(CreateNamedPipeW(name.c_str(), PIPE_ACCESS_OUTBOUND, 0, 1, 4096, 4096, 0, nullptr));
+    ASSERT_TRUE(server);
+    const auto source = OpenByteSource(ToUtf8(name));
+    DWORD written = 0;
+    ASSERT_TRUE(WriteFile(server.Get(), "abc", 3, &written, nullptr));
+    std::uint8_t bytes[4]{};
+    ASSERT_EQ(source->ReadFully(bytes, 3), 3U);
+    ASSERT_TRUE(DisconnectNamedPipe(server.Get()));
+    EXPECT_EQ(source->Read(bytes, 1), 0U);
+}
+
+TEST_F(OpenInputFiles, StandardInputFromAFileCanWait) {
+    InputOptions options;
+    options.path = "-";
+    {
+        const StandardInput pipe("abc");
+        EXPECT_TRUE(IsLive(options));
+    }
+    const StandardInput file(UniqueObject(CreateFileW(m_folder.Write(L"film.y4m", Film(1)).c_str(), GENERIC_READ, 0,
+                                                      nullptr, OPEN_EXISTING, 0, nullptr)));
+    EXPECT_FALSE(IsLive(options));
+    EXPECT_EQ(FirstPicture(*OpenInput(options, m_ignore)), "aaaaaaaaUXVY");
+}
+
 TEST(OpenInput, OnlyStandardInputAndNamedPipesAreLive) {
+    const StandardInput pipe("");
     const auto isLive = [](const char* path) {
         InputOptions options;
         options.path = path;

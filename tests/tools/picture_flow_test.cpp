@@ -91,6 +91,34 @@ TEST_F(PictureFlowTest, WhatIsHeldUpHereIsDroppedAsLate) {
     EXPECT_EQ(Send(flow, m_now + 3 * kPeriod), 2);
 }
 
+class PictureFlowAfterADelay : public PictureFlowTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(PictureFlowAfterADelay, AnInputThatIsAheadIsBackAtItsPlaceEvenIfItWasNotReadMeanwhile) {
+    // A picture a second, so that how long a busy machine takes to read one does not matter.
+    const auto opener = [] {
+        return std::make_unique<RawReader>(std::make_unique<MemorySource>(std::string(600, 'x')),
+                                           FrameGeometry{2, 2, 1, 1});
+    };
+    PictureFlow flow(opener, false, GetParam());
+    const std::int64_t back = SteadyTicks();
+    EXPECT_EQ(Send(flow, back - 27 * kSecond), 'x');
+    int late = 0;
+    PictureFlow::Step step = Next(flow, back);
+    while (step.kind == Kind::Late) {
+        ++late;
+        step = Next(flow, back);
+    }
+    EXPECT_EQ(late, 25) << "many more than are read ahead";
+    ASSERT_EQ(step.kind, Kind::Send);
+    EXPECT_EQ(flow.PictureNumber(), 27U);
+    flow.Done();
+    EXPECT_EQ(Send(flow, back), 'x') << "the one due now";
+    EXPECT_EQ(Next(flow, back).wait, kSecond);
+    EXPECT_EQ(flow.ClockRestarts(), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(WhetherOrNotItCanWait, PictureFlowAfterADelay, ::testing::Bool());
+
 TEST_F(PictureFlowTest, AnInputThatCanWaitStandsStillAndGoesOnAtTheSamePictureAtOnce) {
     PictureFlow flow = MakeFlow(false);
     EXPECT_EQ(Send(flow, m_now), 0);

@@ -6,6 +6,7 @@
 #include <future>
 #include <mutex>
 #include <new>
+#include <thread>
 
 #include "rvfeeder/raw_reader.h"
 #include "tools/memory_source.h"
@@ -57,6 +58,26 @@ TEST(PictureInput, ALoopBeginsAgainFromTheFirstPicture) {
         EXPECT_EQ(Next(input), "aaaaaa");
         EXPECT_EQ(Next(input), "bbbbbb");
     }
+}
+
+TEST(PictureInput, OpeningTheInputAgainCountsAsTimeThatItsNextPictureTook) {
+    const auto round = std::make_shared<int>(0);
+    PictureInput input(
+        [round] {
+            if ((*round)++ != 0) {
+                std::this_thread::sleep_for(milliseconds(30));  // an input that is slow to open
+            }
+            return std::make_unique<RawReader>(std::make_unique<MemorySource>("abcdef"), FrameGeometry{2, 2, 30, 1});
+        },
+        true, 3);
+    ASSERT_EQ(input.WaitUntilOpen(kPatience), PictureInput::State::Open);
+    QueuedFrame first;
+    QueuedFrame second;
+    ASSERT_EQ(input.Queue().TakeFilled(first, kPatience), FrameQueue::Take::Frame);
+    ASSERT_EQ(input.Queue().TakeFilled(second, kPatience), FrameQueue::Take::Frame);
+    EXPECT_LE(first.asked, first.arrived);
+    EXPECT_LE(first.arrived, second.asked);
+    EXPECT_GE(second.arrived - second.asked, 300'000);
 }
 
 TEST(PictureInput, ALoopOverNothingEndsInsteadOfSpinning) {

@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <system_error>
 #include <vector>
 
@@ -18,6 +22,11 @@ protected:
     }
 
     std::string Path(const char* name) const { return (m_folder / name).string(); }
+
+    std::string Content(const char* name) const {
+        std::ifstream file(m_folder / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    }
 
     const FrameGeometry m_geometry{16, 2, 30, 1};
     const std::vector<std::uint8_t> m_picture = std::vector<std::uint8_t>(48, 128);
@@ -36,6 +45,35 @@ TEST_F(PictureWorkerFiles, EveryPictureIsAFileOnceItHasFinished) {
     EXPECT_TRUE(std::filesystem::exists(Path("shots") + "/0001.250-live.png"));
     EXPECT_TRUE(std::filesystem::exists(Path("shots") + "/0002.500-pattern.png"));
     EXPECT_TRUE(std::filesystem::exists(Path("sheet.png")));
+}
+
+TEST_F(PictureWorkerFiles, ASeriesIsInFullSizeAndNumberedBeforeTheExtension) {
+    const struct {
+        const char* file;
+        const char* written;
+    } cases[] = {{"last.png", "last-000031.png"}, {"a.b/last", "a.b/last-000031"}, {".png", ".png-000031"}};
+    std::filesystem::create_directories(Path("a.b"));
+    for (const auto& [file, written] : cases) {
+        PictureWorker worker({"", "", 8, PictureNaming::BySample, Path(file)}, m_geometry);
+        EXPECT_TRUE(worker.Offer(m_picture, {1'250, 31, PictureKind::Live}));
+        worker.Finish();
+        EXPECT_EQ(worker.Error(), "");
+        // Width and height are the first two numbers, high byte first.
+        EXPECT_EQ(Content(written).substr(12, 12), std::string("IHDR\0\0\0\x10\0\0\0\x02", 12)) << written;
+    }
+}
+
+TEST_F(PictureWorkerFiles, InHasteWhatStillWaitsIsNotCompressedEither) {
+    constexpr FrameGeometry kLarge{1920, 1080, 30, 1};
+    constexpr std::size_t kUncompressed = std::size_t{1080} * (1920 * 3 + 1);
+    const std::vector<std::uint8_t> picture(FrameBytes(kLarge), 128);
+    PictureWorker worker({"", "", 8, PictureNaming::BySample, Path("last.png")}, kLarge);
+    for (const std::uint64_t sample : {1, 2, 3}) {
+        EXPECT_TRUE(worker.Offer(picture, {0, sample, PictureKind::Live}));
+    }
+    worker.Hurry();  // long before the first one can have been written
+    worker.Finish();
+    EXPECT_GT(Content("last-000003.png").size(), kUncompressed);
 }
 
 TEST_F(PictureWorkerFiles, AFullSheetSaysWhatItLeavesOut) {

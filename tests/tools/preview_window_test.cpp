@@ -249,6 +249,7 @@ RAVLO_ROLE(UsePreviewWindow) {
     ExpectToClose(WM_KEYDOWN, VK_ESCAPE);
     ExpectToClose(WM_CLOSE, 0);
     ExpectToClose(WM_SYSCOMMAND, SC_CLOSE);
+    ExpectToClose(WM_ENDSESSION, TRUE);
     ExpectNoHandleToStay();
     std::printf("\nthe role is over\n");
     std::fflush(stdout);

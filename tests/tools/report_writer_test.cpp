@@ -1,4 +1,4 @@
-#include "rvfeeder/report_writer.h"
+#include "common/report_writer.h"
 
 #include <gtest/gtest.h>
 
@@ -59,12 +59,14 @@ TEST_F(ReportWriterTest, TextsAreWrittenInOrder) {
     m_writer.Put("two");
     EXPECT_TRUE(m_writer.Flush(kPatience));
     EXPECT_EQ(m_reader->Texts(), (std::vector<std::string>{"one", "two"}));
+    EXPECT_FALSE(m_writer.IsReaderGone());
 }
 
 TEST_F(ReportWriterTest, AReaderThatTakesNothingHoldsNobodyUp) {
     m_writer.Put("first");
     ASSERT_TRUE(m_reader->WaitUntilReading());
     EXPECT_FALSE(m_writer.Flush(milliseconds(1)));
+    EXPECT_FALSE(m_writer.IsReaderGone()) << "it is slow, not gone";
     for (int i = 0; i < 20; ++i) {
         m_writer.Put(std::to_string(i));
     }
@@ -81,6 +83,7 @@ TEST_F(ReportWriterTest, NothingIsWrittenToAReaderThatHasGone) {
     m_reader->Open();
     m_writer.Put("first");
     EXPECT_TRUE(m_writer.Flush(kPatience));
+    EXPECT_TRUE(m_writer.IsReaderGone());
     m_writer.Put("second");
     EXPECT_TRUE(m_writer.Flush(kPatience)) << "there is nothing to wait for";
     EXPECT_EQ(m_reader->Texts(), std::vector<std::string>{"first"});

@@ -1,7 +1,7 @@
 // What rvclient makes of its command line, of results and of the system's list of cameras.
 #include "rvclient/camera_list.h"
 #include "rvclient/options.h"
-#include "rvclient/result_meaning.h"
+#include "common/result_meaning.h"
 
 #include <gtest/gtest.h>
 
@@ -192,6 +192,7 @@ TEST(CameraList, TextHasTwoLinesACamera) {
               "Another \"one\" [virtual]\n"
               "    \\\\?\\swd#vcamdevapi#9\n");
     EXPECT_EQ(CameraListText({}, "Ravlo Camera"), "");
+    EXPECT_EQ(CameraListText({{"a\x1B[2Jb\n\x7F\xC3\xBC", "x\ty"}}, "a"), "a?[2Jb??\xC3\xBC [device]\n    x?y\n");
 }
 
 TEST(CameraList, JsonIsOneObjectInOneLine) {

@@ -96,7 +96,8 @@ TEST_F(RvClientAlone, ASystemThatDoesNotSupportTheTypeIsSaidToBeTooOld) {
 TEST_F(RvClient, EveryFailureOfTheSystemIsToldWithItsNumberAndWhatToDo) {
     constexpr char kPrivacy[] =
         "access is denied (0x80070005); look whether camera access is off: Settings > Privacy & security > Camera, "
-        "\"Camera access\" and \"Let desktop apps access your camera\"\n";
+        "\"Camera access\" and \"Let desktop apps access your camera\"; if both are on, use a console that was opened "
+        "with \"Run as administrator\", or a camera with --session\n";
     constexpr char kElevate[] =
         "access is denied (0x80070005); a camera for all users needs an administrator: use a console that was opened "
         "with \"Run as administrator\", or leave out --all-users\n";
@@ -125,7 +126,13 @@ TEST_F(RvClient, EveryFailureOfTheSystemIsToldWithItsNumberAndWhatToDo) {
         {L"Start=80070422",
          {L"start"},
          1,
-         "the camera \"Ravlo Camera\" cannot be started: the camera service is disabled (0x80070422)\n"},
+         "the camera \"Ravlo Camera\" cannot be started: the camera service is disabled (0x80070422); start the "
+         "service \"Windows Camera Frame Server\" in services.msc, as administrator\n"},
+        {L"Start=80040154",
+         {L"start"},
+         3,
+         "the camera \"Ravlo Camera\" cannot be started: the camera's class is not registered (0x80040154); run "
+         "rvsetup install as administrator\n"},
         {L"Start=8ABCDEF0",
          {L"start", L"--session"},
          1,
@@ -251,6 +258,7 @@ TEST_F(RvClient, CtrlCEndsASessionCameraInOrder) {
     EXPECT_TRUE(result.output.starts_with("rvclient: the camera \"Ravlo Camera\" (1920x1080@60/1, " +
                                           std::string(pipe.begin(), pipe.end()) +
                                           ") is there until Ctrl+C\n"
+                                          "rvclient: taking the camera \"Ravlo Camera\" away\n"
                                           "rvclient: the camera \"Ravlo Camera\" is gone; it was there for "))
         << result.output;
     EXPECT_TRUE(result.output.ends_with(" seconds\n") || result.output.ends_with(" second\n")) << result.output;
@@ -260,7 +268,7 @@ TEST_F(RvClient, CtrlCEndsASessionCameraInOrder) {
                      "source={5E3C9A71-0B4D-4F82-A6C1-7D2E8B90F134} categories=null,0",
                      "SetString {3F6B1D28-94C7-4E0A-B5D3-61A8C2E7F904} 1920x1080@60/1",
                      "SetString {7C41E2D9-5A06-4B3F-8E17-C2A9D4F06B58} " + std::string(pipe.begin(), pipe.end()),
-                     "Start no callback", "# source activated", "Stop", "# source shut down", "Shutdown"}));
+                     "Start no callback", "# source activated", "Stop", "# source shut down", "Remove", "Shutdown"}));
 }
 
 TEST_F(RvClient, CtrlCEndsACallThatDoesNotReturn) {

@@ -90,6 +90,15 @@ TEST(CommandSchedule, AGapInTheRecordsIsNotTakenForSomebodyWhoWatches) {
     EXPECT_EQ(schedule.Next(kStart + 11200 * kMs, true, false, true), Action::Start);
 }
 
+TEST(CommandSchedule, ACameraThatCameBackMayTakeAMomentToSayThatNobodyWatches) {
+    CommandSchedule schedule;
+    EXPECT_EQ(schedule.Next(kStart, true, true, false), Action::None);
+    EXPECT_EQ(schedule.Next(kStart + kMs, false, false, true), Action::None) << "it has gone";
+    EXPECT_EQ(schedule.Next(kStart + kSecond, true, false, true), Action::None);
+    EXPECT_EQ(schedule.Next(kStart + 2199 * kMs, true, false, true), Action::None) << "but is not taken to be watched";
+    EXPECT_EQ(schedule.Next(kStart + 2200 * kMs, true, false, true), Action::Start);
+}
+
 TEST(CommandSchedule, ALeaseThatLapsesDoesNotEndTheCommand) {
     CommandSchedule schedule;
     EXPECT_EQ(schedule.Next(kStart, true, true, true), Action::Start);

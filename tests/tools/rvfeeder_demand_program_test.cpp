@@ -86,5 +86,18 @@ TEST_F(RvFeederDemand, WhenTheRecordsBreakOffDuringARestTheCameraIsConnectedAnew
     })) << feeder.Output();
 }
 
+TEST_F(RvFeederDemand, ACameraThatGoesAwayDuringARestIsWaitedForAndNothingElseIsSaid) {
+    std::optional<FrameServer> camera(std::in_place);
+    std::optional<Gate> gate(std::in_place, camera->Name(), Gate::kNever);
+    ChildProcess feeder =
+        StartProgram(L"rvfeeder", {m_folder.Write(L"film.y4m", Film(26, 5)), L"--pipe", camera->Name()});
+    ASSERT_TRUE(camera->WaitForClient()) << feeder.Output();
+    ASSERT_TRUE(feeder.WaitForOutput("rvfeeder: nobody watches the camera: the input waits\n")) << feeder.Output();
+    camera.reset();
+    gate.reset();
+    ASSERT_TRUE(feeder.WaitForOutput("rvfeeder: waiting for the camera: nothing serves ")) << feeder.Output();
+    EXPECT_EQ(feeder.Output().find("no longer tells"), std::string::npos) << feeder.Output();
+}
+
 }  // namespace
 }  // namespace ravlo::test

@@ -1,5 +1,6 @@
-// Whether pictures are wanted, and what the user is told when they never are.
+// Whether pictures are wanted, and what the user is told about it.
 #include "rvfeeder/demand_hint.h"
+#include "rvfeeder/demand_news.h"
 #include "rvfeeder/demand_policy.h"
 
 #include <gtest/gtest.h>
@@ -104,6 +105,47 @@ TEST(DemandHint, AnIdleTimeBeyondAllBoundsIsALongOne) {
     DemandHint hint;
     EXPECT_FALSE(hint.Observe(kStart, true, CameraDemand{1, UINT64_MAX, 0}));
     EXPECT_TRUE(hint.Observe(kStart + 5 * kSecond, true, CameraDemand{2, UINT64_MAX, 0}));
+}
+
+using News = DemandNews::News;
+
+TEST(DemandNews, ARestIsToldAndSoIsItsEnd) {
+    DemandNews news;
+    EXPECT_EQ(news.Observe(kStart, true, false, true), News::None) << "before the first record";
+    EXPECT_EQ(news.Observe(kStart, true, true, true), News::None);
+    EXPECT_EQ(news.Observe(kStart + 1, true, true, false), News::Idle);
+    EXPECT_EQ(news.Observe(kStart + 2, true, true, false), News::None) << "once";
+    EXPECT_EQ(news.Observe(kStart + 3, true, true, true), News::WantedAgain);
+    EXPECT_EQ(news.Observe(kStart + 4, true, true, true), News::None);
+}
+
+TEST(DemandNews, ACameraThatWentAwayDuringARestIsNoneThatFellSilent) {
+    DemandNews news;
+    EXPECT_EQ(news.Observe(kStart, true, true, false), News::Idle);
+    for (int second = 1; second < 60; ++second) {
+        EXPECT_EQ(news.Observe(kStart + second * kSecond, false, false, true), News::None);
+    }
+    EXPECT_EQ(news.Observe(kStart + 60 * kSecond, true, false, true), News::None);
+    EXPECT_EQ(news.Observe(kStart + 61 * kSecond, true, false, true), News::None) << "its records are to come";
+    EXPECT_EQ(news.Observe(kStart + 61 * kSecond + 1, true, true, false), News::Idle) << "the input ran on meanwhile";
+}
+
+TEST(DemandNews, ACameraThatComesBackWatchedIsToldAsWanted) {
+    DemandNews news;
+    EXPECT_EQ(news.Observe(kStart, true, true, false), News::Idle);
+    EXPECT_EQ(news.Observe(kStart + 1, false, false, true), News::None);
+    EXPECT_EQ(news.Observe(kStart + 2, true, true, true), News::WantedAgain);
+}
+
+TEST(DemandNews, ACameraThatStaysButFallsSilentIsToldAfterAMoment) {
+    DemandNews news;
+    EXPECT_EQ(news.Observe(kStart, true, true, false), News::Idle);
+    EXPECT_EQ(news.Observe(kStart + kSecond, false, false, true), News::None) << "it is connected anew";
+    EXPECT_EQ(news.Observe(kStart + 2 * kSecond, true, false, true), News::None);
+    EXPECT_EQ(news.Observe(kStart + 2 * kSecond + 14'999'999, true, false, true), News::None);
+    EXPECT_EQ(news.Observe(kStart + 2 * kSecond + 15'000'000, true, false, true), News::Unknown);
+    EXPECT_EQ(news.Observe(kStart + 60 * kSecond, true, false, true), News::None) << "once";
+    EXPECT_EQ(news.Observe(kStart + 61 * kSecond, true, true, true), News::None) << "pictures were sent all the time";
 }
 
 }  // namespace

@@ -51,12 +51,12 @@ TEST(FeederOptions, WhatIsNotGivenHasItsDefault) {
 
 TEST(FeederOptions, EveryOptionArrives) {
     const Parsed parsed =
-        Parse({"film.y4m", "--pipe", "\\\\.\\pipe\\Ravlo.7", "--timeout", "1.5", "--write-timeout-ms", "900",
+        Parse({"film.y4m", "--pipe", "\\\\.\\pipe\\Ravlo.7", "--timeout", "1.5", "--write-timeout-ms", "600",
                "--idle-after", "0.5", "--json", "--seconds", "0.1", "--frames", "1000000000000"});
     ASSERT_FALSE(parsed.ended || parsed.wrong);
     EXPECT_EQ(parsed.options.pipe, "\\\\.\\pipe\\Ravlo.7");
     EXPECT_EQ(parsed.options.absenceLimit, 15'000'000);
-    EXPECT_EQ(parsed.options.writeTimeoutMs, 900U);
+    EXPECT_EQ(parsed.options.writeTimeoutMs, 600U);
     EXPECT_EQ(parsed.options.idleAfterMs, 500U);
     EXPECT_TRUE(parsed.options.json);
     EXPECT_EQ(parsed.options.timeLimit, 1'000'000);
@@ -91,7 +91,7 @@ TEST(FeederOptions, NumbersOutOfRangeAreAnsweredByTheParser) {
     const std::vector<std::vector<std::string>> cases{
         {"a", "--timeout", "0"},
         {"a", "--timeout", "soon"},
-        {"a", "--write-timeout-ms", "901"},
+        {"a", "--write-timeout-ms", "601"},
         {"a", "--write-timeout-ms", "0"},
         {"a", "--idle-after", "0.4"},
         {"a", "--idle-after", "3001"},

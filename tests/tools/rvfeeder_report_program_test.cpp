@@ -140,7 +140,7 @@ TEST_F(RvFeederReport, CtrlCEndsItWhileItsInputSaysNothing) {
 TEST_F(RvFeederReport, CtrlCEndsItWhileAWriteIsPending) {
     FrameServer server;
     ChildProcess role = StartRole("InterruptFeeder", {L"connected to ", L"--test-card", L"--json", L"--pipe",
-                                                      server.Name(), L"--write-timeout-ms", L"900"});
+                                                      server.Name(), L"--write-timeout-ms", L"600"});
     ASSERT_TRUE(server.WaitForClient());  // and reads nothing: a picture is longer than the pipe's buffer
     EXPECT_EQ(role.Wait(), 0U) << role.Output();
 }

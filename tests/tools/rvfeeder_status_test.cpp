@@ -115,6 +115,8 @@ TEST(FeedStatus, TheStatusLineSaysStateRateLossesWriteTimesAndDemand) {
     EXPECT_EQ(StatusLine(status),
               "idle | 30.0 fps | sent 360, dropped 6 | write p50 0.8 p99 3.2 ms | demand 0.0/s, camera idle 61 s");
     status.demand->record.idleMs = 3'600'000;
+    EXPECT_TRUE(StatusLine(status).ends_with(" | camera idle for an hour or more")) << StatusLine(status);
+    status.demand->record.requests = 0;
     EXPECT_TRUE(StatusLine(status).ends_with(" | no demand yet")) << StatusLine(status);
     status.demand.reset();
     status.state = FeedState::AccessDenied;

@@ -131,6 +131,17 @@ TEST_F(RvHostFiles, EveryNthSampleIsAPicture) {
     EXPECT_EQ(DecodePng(m_folder.Read(L"a\\shots\\000006-pattern.png")).width, 80U);
 }
 
+TEST_F(RvHostFiles, EveryNthSampleMayBeKeptInFullSize) {
+    const ProgramResult result = RunProgram(
+        L"rvhost",
+        Host(UniquePipeName(), {L"--frames", L"4", L"--snapshot", m_folder.File(L"s.png"), L"--every", L"3"}));
+    ASSERT_EQ(result.code, 0) << result.output;
+    for (const wchar_t* name : {L"s.png", L"s-000001.png", L"s-000004.png"}) {
+        EXPECT_EQ(DecodePng(m_folder.Read(name)).width, kWidth);
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_folder.Path()), {}), 3);
+}
+
 TEST_F(RvHostFiles, WhatCannotBeWrittenIsSaidBeforeTheCameraStarts) {
     const std::wstring file = m_folder.Write(L"file", "x");
     const struct {
@@ -145,6 +156,7 @@ TEST_F(RvHostFiles, WhatCannotBeWrittenIsSaidBeforeTheCameraStarts) {
         {{L"--contact-sheet", m_folder.File(L"file\\c.png")},
          "cannot write " + ToUtf8(m_folder.File(L"file\\c.png")) +
              " (--contact-sheet): its folder does not exist; make it first"},
+        {{L"--y4m", L"NUL"}, "cannot write NUL (--y4m): that name belongs to a device; choose another one"},
         {{L"--samples-csv", m_folder.File(L"gone\\t.csv")},
          "cannot write " + ToUtf8(m_folder.File(L"gone\\t.csv")) +
              " (--samples-csv): its folder does not exist; make it first"},

@@ -80,6 +80,20 @@ TEST(RvHostOptions, PicturesComeEverySecondUnlessTimedOtherwise) {
     EXPECT_EQ(Read({"--contact-sheet", "c.png", "--every-ms", "250"}).options.pictureEveryMs, 250);
 }
 
+TEST(RvHostOptions, ASnapshotMayBecomeASeries) {
+    const Reading series = Read({"--snapshot", "s.png", "--every", "30"});
+    EXPECT_EQ(series.ended, std::nullopt) << series.errors;
+    EXPECT_TRUE(series.options.WantsSeries());
+    EXPECT_FALSE(series.options.WantsPictures());
+    EXPECT_FALSE(Read({"--snapshot", "s.png"}).options.WantsSeries());
+    EXPECT_FALSE(Read({"--pictures", "p", "--every", "30"}).options.WantsSeries());
+}
+
+TEST(RvHostOptions, NoArgumentsAtAllAreNone) {
+    HostOptions options;
+    EXPECT_EQ(ReadOptions({}, options), std::nullopt);
+}
+
 TEST(RvHostOptions, TheHelpNamesEveryOptionAndGoesToStandardOutput) {
     const Reading reading = Read({"--help"});
     EXPECT_EQ(reading.ended, ExitCode::Ok);
@@ -122,7 +136,11 @@ TEST(RvHostOptions, WhatMakesNoSenseIsAnsweredWithASentenceAndTwo) {
         {{"--pictures", "p", "--picture-width", "15"}, "--picture-width: \"15\" is no whole number from"},
         {{"--pictures", "p", "--every", "2", "--every-ms", "100"},
          "--every counts samples and --every-ms counts time: give one of them"},
-        {{"--every", "2"}, "--every is about small pictures: give --pictures or --contact-sheet as well"},
+        {{"--every", "2"},
+         "--every says which samples become pictures: give --snapshot, --pictures or --contact-sheet as well"},
+        {{"--snapshot", "--json"}, "--snapshot needs a value, and --json is an option"},
+        {{"/json"}, "options begin with two dashes, and not with a slash as in /json; did you mean --json?"},
+        {{"--y4m="}, "--y4m needs a value: FILE"},
         {{"--every-ms", "2", "--snapshot", "s.png"},
          "--every-ms is about small pictures: give --pictures or --contact-sheet as well"},
         {{"--picture-width", "64"},

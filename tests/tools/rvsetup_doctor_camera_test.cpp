@@ -19,6 +19,15 @@ TEST(Diagnose, TheLogIsNamedWithItsAgeAndTheVerdicts) {
     refused.logs[0].isUsable = false;
     EXPECT_TRUE(Has(Shown(refused, "log"), "WARN trace log "));
     EXPECT_TRUE(Has(Shown(refused, "log"), "(C:\\ProgramData\\Ravlo: REFUSED-FOREIGN-OWNER)"));
+    EXPECT_TRUE(Has(Shown(refused, "log"), "the camera would not write into this folder now, and others may have"));
+    DoctorFacts fallback = Healthy();
+    fallback.chosenLog = 1;
+    fallback.logs[0].isUsable = false;
+    EXPECT_TRUE(Has(Shown(fallback, "log"), "the log goes to the last resort"));
+    refused.chosenLog.reset();
+    refused.logs[0].isRefused = true;
+    EXPECT_TRUE(Has(Shown(refused, "log"),
+                    "WARN the trace log C:\\ProgramData\\Ravlo\\trace.log is not read: others may have written it"));
     DoctorFacts none = Healthy();
     none.chosenLog.reset();
     none.logs[0].isMissing = true;
@@ -65,16 +74,57 @@ TEST(Diagnose, APipeOfAStrangerOrForAnotherUserIsAWarning) {
     unknown.story.streams.clear();
     unknown.pipes[0].frames = PipePresence::Free;
     EXPECT_EQ(Shown(unknown, "pipe"),
-              "OK \\\\.\\pipe\\Ravlo is there, waiting for a producer; the log does not say who serves it");
+              "WARN \\\\.\\pipe\\Ravlo is there, waiting for a producer; the log does not say who serves it | rvsetup "
+              "doctor --probe tells whose it is");
+    DoctorFacts unowned = Healthy();
+    unowned.story.streams[0].owner.clear();
+    EXPECT_TRUE(Has(Shown(unowned, "pipe"), "owner unknown, lets in "));
 }
 
 TEST(Diagnose, AProcessThatEndedServesNothing) {
     DoctorFacts facts = Healthy();
     facts.processes = {{40, "other.exe"}};
     EXPECT_TRUE(Has(Shown(facts, "pipe"), "the log does not say who serves it"));
+    EXPECT_TRUE(
+        Has(Shown(facts, "producer"),
+            "WARN somebody is connected to \\\\.\\pipe\\Ravlo; the log does not say what it sends; no rvfeeder runs"));
+    facts.pipes[0].frames = PipePresence::Free;
     EXPECT_TRUE(Has(Shown(facts, "producer"), "WARN no producer is connected; no rvfeeder runs"));
     facts.processes = {{40, "SvcHost.EXE"}};
     EXPECT_TRUE(Has(Shown(facts, "pipe"), "served by svchost.exe (40)"));
+}
+
+TEST(Diagnose, ProcessesThatCannotBeListedAreNotTakenForEnded) {
+    DoctorFacts facts = Healthy();
+    facts.processes.clear();
+    facts.areProcessesKnown = false;
+    EXPECT_EQ(Shown(facts, "producer"),
+              "OK a producer sends 1280x720 to \\\\.\\pipe\\Ravlo; whether rvfeeder runs cannot be found out");
+    facts.areProcessesKnown = true;
+    facts.processes = {{40, "svchost.exe"}, {50, "RvFeeder.EXE"}};
+    EXPECT_TRUE(Has(Shown(facts, "producer"), "rvfeeder runs (50)"));
+}
+
+TEST(Diagnose, TheGateIsLookedForWithoutAProbe) {
+    EXPECT_EQ(Shown(Healthy(), "gate"),
+              "OK its gate \\\\.\\pipe\\Ravlo.gate, which tells the demand, is there, and somebody reads it");
+    DoctorFacts facts = Healthy();
+    facts.pipes[0].gate = PipePresence::Absent;
+    EXPECT_TRUE(
+        Has(Shown(facts, "gate"), "WARN its gate \\\\.\\pipe\\Ravlo.gate is not to be seen | the picture is not"));
+    facts.pipes[0].frames = PipePresence::Absent;
+    EXPECT_EQ(Shown(facts, "gate"), "no such check");
+}
+
+TEST(Diagnose, OfSeveralPipesTheProbeNamesTheOneThatItOpened) {
+    DoctorFacts facts = Healthy();
+    facts.isProbing = true;
+    facts.probe = ProbeFacts{};
+    facts.probe->name = kPipe;
+    EXPECT_EQ(Shown(facts, "probe"), "no such check");
+    facts.pipes.push_back({"\\\\.\\pipe\\Ravlo.7", PipePresence::Free, "", PipePresence::Free});
+    EXPECT_TRUE(Has(Shown(facts, "probe"), "OK of these pipes only \\\\.\\pipe\\Ravlo was opened"));
+    EXPECT_TRUE(Has(Shown(facts, "gate"), "Ravlo.7.gate"));
 }
 
 TEST(Diagnose, TheProducerIsDescribedByWhatItSends) {
@@ -96,6 +146,7 @@ TEST(Diagnose, AProbeSaysWhatTheGateAndThePipeAnswered) {
     DoctorFacts facts = Healthy();
     facts.isProbing = true;
     ProbeFacts probe;
+    probe.name = kPipe;
     probe.gateOpened = probe.gateTrusted = probe.gotRecord = probe.framesBusy = true;
     probe.gateOwner = "S-1-5-19";
     probe.requestCount = 12;
@@ -115,6 +166,10 @@ TEST(Diagnose, AProbeSaysWhatTheGateAndThePipeAnswered) {
     facts.probe->gateOpened = false;
     facts.probe->gateError = "busy";
     EXPECT_TRUE(Has(Shown(facts, "gate"), "WARN the gate pipe cannot be opened: busy"));
+    facts.probe->gateDenied = true;
+    EXPECT_EQ(Shown(facts, "gate"),
+              "FAIL the gate pipe does not let you in: busy | run as the user who may send frames");
+    EXPECT_EQ(CodeOf(facts), ExitCode::AccessDenied);
     facts.probe->gateBusy = true;
     EXPECT_EQ(Shown(facts, "gate"), "OK the gate pipe has a producer on it and was left alone");
     facts.probe->framesBusy = false;

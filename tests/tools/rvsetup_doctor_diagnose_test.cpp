@@ -1,7 +1,9 @@
 #include "rvsetup/doctor/diagnose.h"
+#include "rvsetup/doctor/load_check.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -17,7 +19,7 @@ TEST(Diagnose, AHealthyMachineHasNothingButOkInTheOrderOfThePicture) {
         ids.push_back(finding.id);
     }
     EXPECT_EQ(ids, (std::vector<std::string>{"windows", "module", "module-load", "access", "anchor", "log", "pipe",
-                                             "producer", "failure"}));
+                                             "gate", "producer", "failure"}));
     EXPECT_EQ(CodeOf(Healthy()), ExitCode::Ok);
     EXPECT_EQ(
         Shown(Healthy(), "pipe"),
@@ -91,8 +93,103 @@ TEST(Diagnose, AModuleThatDoesNotLoadNamesWhatIsMissing) {
         "FAIL the module cannot be loaded: Module not found (error 126); missing: mfplat.dll, mf.dll | install what "
         "brings mfplat.dll, mf.dll (for mf*.dll: the Media Feature Pack of Windows)");
     facts.module.loadError.clear();
-    facts.module.version = "0.9.0";
-    EXPECT_TRUE(Has(Shown(facts, "module-load"), "WARN the module loads and is version 0.9.0; this rvsetup is 1.0.0"));
+    facts.module.missingImports.clear();
+    facts.module.pe.version = "0.9.0";
+    EXPECT_TRUE(Has(Shown(facts, "module-load"),
+                    "WARN the module loads and offers the camera's class; it is version 0.9.0, this rvsetup 1.0.0"));
+}
+
+TEST(Diagnose, AModuleThatWasNotRunIsJudgedByWhatItNeeds) {
+    DoctorFacts facts = Healthy();
+    facts.module.whyNotRun = "rvsetup doctor --probe runs it";
+    EXPECT_EQ(Shown(facts, "module-load"),
+              "OK the module and the DLLs that it needs are there; it was not run (rvsetup doctor --probe runs it); "
+              "version 1.0.0");
+    facts.module.missingImports = {"mfplat.dll"};
+    EXPECT_TRUE(Has(Shown(facts, "module-load"), "FAIL the module cannot be loaded; missing: mfplat.dll | install"));
+    EXPECT_EQ(CodeOf(facts), ExitCode::Failure);
+}
+
+TEST(Diagnose, ARelativePathLeadsToAnotherModuleInEachProgram) {
+    DoctorFacts facts = Healthy();
+    facts.module.path = "rvmediasource.dll";
+    facts.module.fileExists = false;
+    EXPECT_TRUE(Has(Shown(facts, "module"), "FAIL the registered path is not absolute: rvmediasource.dll; "));
+    EXPECT_EQ(CodeOf(facts), ExitCode::Failure);
+    facts.module.path = "\\\\server\\share\\rvmediasource.dll";
+    EXPECT_TRUE(Has(Shown(facts, "module"), "FAIL the registered file is not there"));
+}
+
+TEST(Diagnose, WhoeverMayReplaceTheModuleIsNamed) {
+    EXPECT_EQ(Shown(Healthy(), "replace"), "no such check");
+    DoctorFacts facts = Healthy();
+    facts.access.folderList->push_back({true, false, 0x2, "S-1-1-0"});
+    facts.access.fileOwner = kUser;
+    EXPECT_TRUE(Has(Shown(facts, "replace"),
+                    "WARN other users may replace the module, which services and other programs run: PC\\mira "
+                    "(S-1-5-21-1-2-3-1001), S-1-1-0 can change it or its folder"))
+        << Shown(facts, "replace");
+    EXPECT_EQ(CodeOf(facts), ExitCode::Ok);
+}
+
+TEST(LoadCheck, EachWayToReplaceTheModuleCounts) {
+    EXPECT_TRUE(WhoMayReplace(Healthy().access).empty());
+    for (const std::uint32_t right : {0x2U, 0x4U, 0x10000U, 0x40000U, 0x80000U, 0x40000000U, 0x10000000U}) {
+        AccessFacts file = Healthy().access;
+        file.fileList->push_back({true, false, right, kUser});
+        EXPECT_EQ(WhoMayReplace(file), std::vector<std::string>{kUser}) << right;
+    }
+    for (const std::uint32_t right : {0x2U, 0x40U, 0x10000U, 0x40000U, 0x80000U}) {
+        AccessFacts folder = Healthy().access;
+        folder.folderList->push_back({true, false, right, kUser});
+        EXPECT_EQ(WhoMayReplace(folder), std::vector<std::string>{kUser}) << right;
+    }
+    AccessFacts harmless = Healthy().access;
+    harmless.fileList->push_back({true, false, 0x1201BF & ~0x6U, kUser});
+    harmless.folderList->push_back({true, false, 0x4, kUser});
+    harmless.folderList->push_back({true, true, 0x1F01FF, kUser});
+    harmless.folderList->push_back({true, false, 0x1F01FF, "S-1-3-0"});
+    EXPECT_TRUE(WhoMayReplace(harmless).empty());
+    AccessFacts denied = Healthy().access;
+    denied.fileList = std::vector<AccessEntry>{{false, false, 0x2, kUser}, {true, false, 0x2, kUser}};
+    EXPECT_TRUE(WhoMayReplace(denied).empty());
+    denied.fileList->front().hasCondition = true;
+    EXPECT_EQ(WhoMayReplace(denied), std::vector<std::string>{kUser});
+    AccessFacts open = Healthy().access;
+    open.fileList.reset();
+    EXPECT_EQ(WhoMayReplace(open), std::vector<std::string>{"S-1-1-0"});
+}
+
+TEST(LoadCheck, TheModuleIsRunOnlyWhereThatLeavesNothingBehind) {
+    DoctorFacts facts = Healthy();
+    EXPECT_EQ(WhyNotRun(facts), "rvsetup doctor --probe runs it");
+    facts.isProbing = true;
+    EXPECT_EQ(WhyNotRun(facts), "");
+    facts.logs[0].mayAppend = false;
+    EXPECT_EQ(WhyNotRun(facts), "you may not write into its log");
+    facts.logs[0].exists = false;
+    EXPECT_EQ(WhyNotRun(facts), "that would make its log, which then belongs to you");
+    facts.logs[0].isUsable = false;
+    facts.logs[0].isMissing = true;
+    EXPECT_EQ(WhyNotRun(facts), "that would make the folder of its log, which then belongs to you");
+    facts.logs[0].isMissing = false;  // refused: the next place is the one that everybody may write to
+    facts.logs[1].exists = facts.logs[1].mayAppend = true;
+    EXPECT_EQ(WhyNotRun(facts), "its log is in a folder of everybody");
+    facts.logs.clear();
+    EXPECT_EQ(WhyNotRun(facts), "it has no folder for its log");
+}
+
+TEST(LoadCheck, CodeOfOthersIsNotRun) {
+    DoctorFacts facts = Healthy();
+    facts.isProbing = true;
+    facts.access.fileOwner = kUser;
+    EXPECT_EQ(WhyNotRun(facts), "");
+    facts.anchor.runningSid = "S-1-5-21-1-2-3-500";
+    EXPECT_EQ(WhyNotRun(facts), "others may replace it");
+    facts.access.fileError = "no";
+    EXPECT_EQ(WhyNotRun(facts), "who may replace it cannot be found out");
+    facts.module.path = "..\\rvmediasource.dll";
+    EXPECT_EQ(WhyNotRun(facts), "its path is not absolute");
 }
 
 TEST(Diagnose, AModuleInAUsersFolderIsClosedToTheService) {

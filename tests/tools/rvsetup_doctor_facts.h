@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "rvsetup/doctor/diagnose.h"
 
@@ -22,9 +23,13 @@ inline DoctorFacts Healthy() {
     facts.module.path = kDll;
     facts.module.threadingModel = "Both";
     facts.module.fileExists = true;
-    facts.module.version = "1.0.0";
-    facts.module.pe = {true, true, true, {"DllGetClassObject"}, {}};
-    facts.module.loadTried = true;
+    facts.module.pe.isProgram = facts.module.pe.isPe = facts.module.pe.is64 = facts.module.pe.isDll = true;
+    facts.module.pe.exports = {"DllGetClassObject"};
+    facts.module.pe.version = "1.0.0";
+    facts.access.fileList = facts.access.folderList = std::vector<AccessEntry>{{true, false, 0x1F01FF, "S-1-5-18"},
+                                                                               {true, false, 0x1F01FF, "S-1-5-32-544"},
+                                                                               {true, false, 0x1200A9, "S-1-5-32-545"}};
+    facts.access.fileOwner = facts.access.folderOwner = "S-1-5-32-544";
     facts.access.folder = "C:\\Program Files\\Ravlo\\1.0.0";
     facts.anchor = {AnchorReason::Ok, kUser, "PC\\mira", AccountKind::User, "SidTypeUser", kUser, "PC\\mira"};
     facts.logs.resize(2);
@@ -32,6 +37,7 @@ inline DoctorFacts Healthy() {
     facts.logs[0].verdict = "OK";
     facts.logs[0].isUsable = true;
     facts.logs[0].exists = true;
+    facts.logs[0].mayAppend = true;
     facts.logs[0].lastWriteMs = kNow - 90'000;
     facts.logs[1].path = "C:\\Windows\\Temp\\ravlo-trace.log";
     facts.logs[1].isUsable = true;
@@ -48,7 +54,7 @@ inline DoctorFacts Healthy() {
     stream.live = "1280x720";
     stream.lastRequestMs = kNow - 500;
     facts.story.streams = {stream};
-    facts.pipes = {{kPipe, PipePresence::Busy, ""}};
+    facts.pipes = {{kPipe, PipePresence::Busy, "", PipePresence::Busy}};
     facts.processes = {{40, "svchost.exe"}, {50, "rvfeeder.exe"}};
     return facts;
 }

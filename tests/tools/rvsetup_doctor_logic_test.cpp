@@ -8,7 +8,7 @@
 #include "rvsetup/doctor/doctor_options.h"
 #include "rvsetup/doctor/finding.h"
 #include "rvsetup/doctor/log_story.h"
-#include "rvsetup/doctor/pe_file.h"
+#include "rvsetup/system/pe_image.h"
 
 namespace ravlo::test {
 namespace {
@@ -88,6 +88,7 @@ public:
         Number(0x94, 0xF0, 2);    // length of the optional header
         Number(0x96, 0x2022, 2);  // a DLL
         Number(0x98, 0x20B, 2);
+        Number(0x98 + 108, 2, 4);       // directories
         Number(0x98 + 112, 0x1000, 4);  // exports
         Number(0x98 + 120, 0x1100, 4);  // imports
         const std::size_t section = 0x98 + 0xF0;
@@ -100,11 +101,6 @@ public:
         Text(0x290, "DllGetClassObject");
         Number(0x300 + 12, 0x1180, 4);
         Text(0x380, "mfplat.dll");
-        const std::string key = "VS_VERSION_INFO";
-        for (std::size_t i = 0; i < key.size(); ++i) {
-            m_bytes[0x400 + 2 * i] = key[i];
-        }
-        Text(0x420, std::string("\xBD\x04\xEF\xFE\0\0\x01\0\x02\0\x01\0\x04\0\x03\0", 16));
     }
 
     void Number(std::size_t at, std::uint32_t value, int length) {
@@ -119,50 +115,52 @@ private:
     std::string m_bytes;
 };
 
-TEST(PeFile, HeadersExportsImportsAndVersionAreRead) {
+TEST(PeImage, HeadersExportsAndImportsAreRead) {
     const MadeDll dll;
-    const PeFile file = ReadPeFile(dll.Bytes());
+    const PeImage file = ReadPeImage(dll.Bytes());
     EXPECT_TRUE(file.isPe);
     EXPECT_TRUE(file.is64);
     EXPECT_TRUE(file.isDll);
+    EXPECT_FALSE(file.isDamaged);
     EXPECT_EQ(file.exports, std::vector<std::string>{"DllGetClassObject"});
     EXPECT_EQ(file.imports, std::vector<std::string>{"mfplat.dll"});
+    EXPECT_EQ(file.version, "");
     EXPECT_TRUE(ExportsName(file, "DllGetClassObject"));
     EXPECT_FALSE(ExportsName(file, "DllMain"));
-    EXPECT_EQ(FileVersionOf(dll.Bytes()), "1.2.3.4");
 }
 
-TEST(PeFile, OtherFilesAreToldApart) {
-    EXPECT_FALSE(ReadPeFile("").isPe);
-    EXPECT_FALSE(ReadPeFile("#!/bin/sh\n").isPe);
+TEST(PeImage, OtherFilesAreToldApart) {
+    EXPECT_FALSE(ReadPeImage("").isProgram);
+    EXPECT_FALSE(ReadPeImage("#!/bin/sh\n").isPe);
     MadeDll dos;
     dos.Text(0x80, "NE");
-    EXPECT_FALSE(ReadPeFile(dos.Bytes()).isPe);
+    EXPECT_TRUE(ReadPeImage(dos.Bytes()).isProgram);
+    EXPECT_FALSE(ReadPeImage(dos.Bytes()).isPe);
     MadeDll small;
     small.Number(0x84, 0x14C, 2);
-    EXPECT_TRUE(ReadPeFile(small.Bytes()).isPe);
-    EXPECT_FALSE(ReadPeFile(small.Bytes()).is64);
+    EXPECT_TRUE(ReadPeImage(small.Bytes()).is32Bit);
+    EXPECT_FALSE(ReadPeImage(small.Bytes()).is64);
     MadeDll program;
     program.Number(0x96, 0x22, 2);
-    EXPECT_FALSE(ReadPeFile(program.Bytes()).isDll);
-    EXPECT_EQ(FileVersionOf("no version"), "");
-    // The fixed part alone, as it may stand in a program that looks for it.
-    EXPECT_EQ(FileVersionOf(std::string_view(MadeDll().Bytes()).substr(0x420)), "");
+    EXPECT_FALSE(ReadPeImage(program.Bytes()).isDll);
 }
 
-TEST(PeFile, DamagedFilesOfAnyLengthAreReadWithoutHarm) {
+TEST(PeImage, DamagedFilesOfAnyLengthAreReadWithoutHarm) {
     const MadeDll dll;
     for (std::size_t length = 0; length <= dll.Bytes().size(); ++length) {
-        const PeFile file = ReadPeFile(std::string_view(dll.Bytes()).substr(0, length));
+        const PeImage file = ReadPeImage(std::string(dll.Bytes(), 0, length));
         EXPECT_LE(file.exports.size(), 1U);
+        EXPECT_EQ(file.isDamaged, (length >= 2 && length < 0x40) || (length > 0x80 && length < 0x38B)) << length;
     }
     MadeDll wild;
     wild.Number(0x200 + 24, 0xFFFFFFFF, 4);
-    EXPECT_EQ(ReadPeFile(wild.Bytes()).exports.size(), 4096U);
+    EXPECT_TRUE(ReadPeImage(wild.Bytes()).isDamaged);
+    EXPECT_TRUE(ReadPeImage(wild.Bytes()).exports.empty());
+    wild.Number(0x200 + 24, 1, 4);
     wild.Number(0x200 + 32, 0xFFFFFFF0, 4);
-    EXPECT_TRUE(ReadPeFile(wild.Bytes()).exports.empty());
+    EXPECT_TRUE(ReadPeImage(wild.Bytes()).isDamaged);
     wild.Number(0x3C, 0xFFFFFFF0, 4);
-    EXPECT_FALSE(ReadPeFile(wild.Bytes()).isPe);
+    EXPECT_FALSE(ReadPeImage(wild.Bytes()).isPe);
 }
 
 TEST(Finding, TextHasALineACheckAndTheNextStepBelowIt) {
@@ -179,6 +177,14 @@ TEST(Finding, TextHasALineACheckAndTheNextStepBelowIt) {
               R"({"id":"log","result":"WARN","found":"odd","next":"look"},)"
               R"({"id":"pipe","result":"FAIL","found":"gone","next":"open it"}],"worst":"FAIL","exit":5})"
               "\n");
+}
+
+TEST(Finding, ControlCharactersOfOthersReachNoTerminal) {
+    const std::vector<Finding> findings{FoundWarning("log", "a\x1B]0;b\x07\nc",
+                                                     "d\xC2\x9B"
+                                                     "2Je")};
+    EXPECT_EQ(FindingsAsText(findings), "WARN a?]0;b??c\n     d?2Je\n");
+    EXPECT_NE(FindingsAsJson(findings).find(R"("found":"a?]0;b??c","next":"d?2Je")"), std::string::npos);
 }
 
 TEST(Finding, TheFirstFailureDecidesTheExitCode) {
@@ -302,6 +308,34 @@ TEST(LogStory, OrdinaryRefusalsAndOwnLinesAreNoTrouble) {
         StoryOf({"FAIL QI-SRC {00000000-0000-0000-0000-000000000001} hr=0x80004002", "FAIL SRC.GetEvent hr=0xC00D3E85",
                  "[10:20 rvsetup.exe] 10:00:00.000 FAIL PIPE no usable authorization anchor (ABSENT)"})
             .troubles.empty());
+}
+
+TEST(LogStory, OnlyPipesThatACameraCanHaveAreLookedFor) {
+    std::vector<std::string> lines;
+    for (const char* name : {"Ravlo.7", "Ravlo", "Ravlo.7", "other"}) {
+        lines.push_back("[10:" + std::to_string(lines.size()) + " host.exe] 10:00:00.000 PIPE created \\\\.\\pipe\\" +
+                        name + " - DACL grants S-1-5-19 and");
+    }
+    lines.push_back("[10:99 host.exe] 10:00:00.000 PIPE created \\\\server\\pipe\\Ravlo - DACL grants S-1-5-19 and");
+    lines.push_back("[10:98 host.exe] 10:00:00.000 PIPE created  - DACL grants S-1-5-19 and");
+    EXPECT_EQ(ServedPipes(StoryOf(lines)), (std::vector<std::string>{"\\\\.\\pipe\\Ravlo.7", "\\\\.\\pipe\\Ravlo"}));
+}
+
+TEST(LogStory, ALogThatSomebodyFilledIsReadInBoundedTimeAndSpace) {
+    std::vector<std::string> lines;
+    for (int i = 0; i < 40'000; ++i) {
+        lines.push_back("FAIL NEW.Thing" + std::to_string(i));
+    }
+    for (int i = 0; i < 2000; ++i) {
+        lines.push_back("[" + std::to_string(i) + ":1 host.exe] 10:00:01.000 PIPE created \\\\.\\pipe\\Ravlo." +
+                        std::to_string(i) + " - DACL grants S-1-5-19 and");
+    }
+    lines.push_back("[7:1 host.exe] 10:00:01.000 FAIL NEW.Thing hr=0x80004005");
+    const LogStory story = StoryOf(lines);
+    EXPECT_EQ(story.troubles.size(), 64U);
+    EXPECT_EQ(story.troubles.front().message, "FAIL NEW.Thing hr=0x80004005");
+    EXPECT_EQ(story.streams.size(), 1024U);
+    EXPECT_EQ(ServedPipes(story).size(), 64U);
 }
 
 TEST(DoctorOptions, OnlyFramePipesAreTaken) {

@@ -11,7 +11,6 @@
 
 #include "common/wide_text.h"
 #include "platform/local_memory.h"
-#include "platform/unique_handle.h"
 #include "support/camera.h"
 #include "support/pipe_client.h"
 #include "support/trace_log.h"
@@ -72,7 +71,7 @@ TEST(Doctor, WithNothingInstalledSaysSoAndEndsWithThree) {
         << result.output;
     EXPECT_TRUE(Contains(result.output, "FAIL the user who may send frames: ABSENT - nobody is named"))
         << result.output;
-    EXPECT_FALSE(Contains(result.output, "LOCAL SERVICE")) << result.output;
+    EXPECT_FALSE(Contains(result.output, "LOCAL SERVICE"));
 }
 
 TEST(Doctor, NamesWhatIsWrongWithTheAnchor) {
@@ -107,11 +106,39 @@ TEST_F(InstalledDoctor, WithoutACameraHasNoFailure) {
     EXPECT_EQ(result.code, 0) << result.output;
     EXPECT_TRUE(Contains(result.output, "OK   registered, 64-bit, threading model Both: " + ToUtf8(BuiltDll()) + "\n"))
         << result.output;
-    EXPECT_TRUE(Contains(result.output, "OK   the module loads and offers the camera's class, version "))
+    EXPECT_TRUE(Contains(result.output,
+                         "OK   the module and the DLLs that it needs are there; it was not run (rvsetup "
+                         "doctor --probe runs it); version "))
         << result.output;
     EXPECT_TRUE(Contains(result.output, "OK   LOCAL SERVICE may read and run the module, and list ")) << result.output;
     EXPECT_TRUE(Contains(result.output, "(" + Sid() + "): that is you\n")) << result.output;
     EXPECT_TRUE(Contains(result.output, "C:\\ProgramData\\Ravlo: OK")) << result.output;
+}
+
+TEST_F(InstalledDoctor, RunsTheModuleOnlyWhenItProbes) {
+    const std::wstring log = TraceLogPaths()[0];
+    const auto before = std::filesystem::file_size(log);
+    EXPECT_EQ(Doctor().code, 0);
+    EXPECT_EQ(std::filesystem::file_size(log), before);
+    const ProgramResult probed = Doctor({L"--probe"});
+    EXPECT_TRUE(Contains(probed.output, "OK   the module loads and offers the camera's class; version "))
+        << probed.output;
+    EXPECT_GT(std::filesystem::file_size(log), before);
+}
+
+TEST_F(InstalledDoctor, MakesNoLogWhereNoneIs) {
+    const std::filesystem::path folder = std::filesystem::path(TraceLogPaths()[0]).parent_path();
+    const std::filesystem::path aside = folder.wstring() + L".aside";
+    const std::filesystem::path last = TraceLogPaths()[2];
+    const bool hadLast = std::filesystem::exists(last);
+    std::filesystem::rename(folder, aside);
+    for (const Arguments& arguments : {Arguments{}, Arguments{L"--probe"}}) {
+        const ProgramResult result = Doctor(arguments);
+        EXPECT_TRUE(Contains(result.output, "it was not run (")) << result.output;
+        EXPECT_FALSE(std::filesystem::exists(folder));
+        EXPECT_EQ(std::filesystem::exists(last), hadLast);
+    }
+    std::filesystem::rename(aside, folder);
 }
 
 TEST_F(InstalledDoctor, AnswersInJson) {
@@ -208,26 +235,15 @@ TEST_F(RunningDoctor, ARefusedAnchorOfARunningCameraIsFoundInTheLog) {
         << result.output;
 }
 
-/// A pipe of a name that a camera could have, owned by `owner` (two letters as in SDDL).
-UniqueFile PipeOwnedBy(const std::wstring& name, const wchar_t* owner) {
-    LocalMemory<PSECURITY_DESCRIPTOR> descriptor;
-    const std::wstring sddl = L"O:" + std::wstring(owner) + L"D:(A;;GA;;;WD)";
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1, descriptor.Put(),
-                                                              nullptr)) {
-        throw std::runtime_error("the descriptor cannot be made");
-    }
-    SECURITY_ATTRIBUTES security{sizeof security, descriptor.Get(), FALSE};
-    return UniqueFile(CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 4096, 4096, 0, &security));
-}
-
 TEST_F(InstalledDoctor, AProbeTrustsNoPipeOfAStranger) {
     const std::wstring name = UniquePipeName();
     const UniqueFile frames = PipeOwnedBy(name, L"NS");
     const UniqueFile gate = PipeOwnedBy(name + L".gate", L"NS");
     ASSERT_TRUE(frames && gate);
     const ProgramResult quiet = Doctor({L"--pipe", name});
-    EXPECT_EQ(quiet.code, 0) << quiet.output;
-    EXPECT_TRUE(Contains(quiet.output, "the log does not say who serves it")) << quiet.output;
+    EXPECT_TRUE(
+        Contains(quiet.output, "the log does not say who serves it\n     rvsetup doctor --probe tells whose it is\n"))
+        << quiet.output;
     const ProgramResult result = Doctor({L"--probe", L"--pipe", name});
     EXPECT_EQ(result.code, 4) << result.output;
     EXPECT_TRUE(Contains(result.output, "FAIL the gate pipe belongs to S-1-5-20, whom a producer does not trust\n"))
@@ -270,6 +286,7 @@ TEST(Doctor, TellsWhatIsWrongWithTheRegisteredFile) {
         const char* line;
         int code;
     } cases[] = {
+        {L"rvmediasource.dll", L"Both", "FAIL the registered path is not absolute: rvmediasource.dll; ", 1},
         {folder.File(L"gone.dll"), L"Both", "FAIL the registered file is not there: ", 3},
         {folder.Path().wstring(), L"Both", "FAIL the registered file is not there: ", 3},
         {folder.Write(L"text.dll", "no program"), L"Both", " is no Windows program file\n", 1},

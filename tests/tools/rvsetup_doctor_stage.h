@@ -4,9 +4,13 @@
 
 #include <windows.h>
 
+#include <sddl.h>
+
 #include <stdexcept>
 #include <string>
 
+#include "platform/local_memory.h"
+#include "platform/unique_handle.h"
 #include "rvsetup/doctor/registered_module.h"
 #include "support/module.h"
 #include "support/registry.h"
@@ -42,6 +46,18 @@ private:
 
 inline std::wstring BuiltDll() {
     return ProgramDirectory() + L"\\rvmediasource.dll";
+}
+
+/// A pipe of a name that a camera could have, owned by `owner` (two letters as in SDDL).
+inline UniqueFile PipeOwnedBy(const std::wstring& name, const wchar_t* owner) {
+    LocalMemory<PSECURITY_DESCRIPTOR> descriptor;
+    const std::wstring sddl = L"O:" + std::wstring(owner) + L"D:(A;;GA;;;WD)";
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1, descriptor.Put(),
+                                                              nullptr)) {
+        throw std::runtime_error("the descriptor cannot be made");
+    }
+    SECURITY_ATTRIBUTES security{sizeof security, descriptor.Get(), FALSE};
+    return UniqueFile(CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 4096, 4096, 0, &security));
 }
 
 inline bool Contains(const std::string& text, const std::string& part) {

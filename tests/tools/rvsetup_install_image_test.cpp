@@ -1,5 +1,5 @@
 // Whether a file is the camera's DLL, told from its bytes.
-#include "rvsetup/install/pe_image.h"
+#include "rvsetup/install/camera_dll.h"
 
 #include <gtest/gtest.h>
 
@@ -62,8 +62,8 @@ public:
     std::string Inspect() const {
         std::string problem;
         // A copy of exactly this size, so that an access behind it is seen.
-        const std::vector<std::uint8_t> exact(m_bytes.begin(), m_bytes.end());
-        const auto version = InspectCameraDll(exact, problem);
+        const std::vector<char> exact(m_bytes.begin(), m_bytes.end());
+        const auto version = InspectCameraDll({exact.data(), exact.size()}, problem);
         return version ? *version : "problem: " + problem;
     }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "common/wide_text.h"
+#include "pipe/authorized_user.h"
 #include "support/camera.h"
 #include "support/trace_log.h"
 #include "tools/program.h"
@@ -29,6 +30,13 @@ protected:
         }
     }
 
+    /// The account's name without its domain.
+    std::string Account() const {
+        std::wstring account;
+        DWORD use = 0;
+        LookupSidUse(CurrentUserSid(), account, use);
+        return ToUtf8(account.substr(account.find(L'\\') + 1));
+    }
     std::string Sid() const { return ToUtf8(CurrentUserSid()); }
 
     AnchorGuard m_anchor{CurrentUserSid()};
@@ -43,7 +51,7 @@ TEST_F(ReportProgram, AFolderHoldsWhatWasListedFirst) {
         result.output.starts_with("rvsetup: the report contains:\n"
                                   "rvsetup:   about.txt: versions of this program and of Windows ("))
         << result.output;
-    EXPECT_TRUE(Contains(result.output, "rvsetup:   of persons: the SID and name of the authorized user ("))
+    EXPECT_TRUE(Contains(result.output, "rvsetup:   of persons: SID and name of the authorized user: "))
         << result.output;
     EXPECT_TRUE(Contains(result.output, "rvsetup: --redact replaces names, SIDs and user folders by placeholders\n"));
     EXPECT_TRUE(result.output.ends_with("rvsetup: written: " + ToUtf8(m_folder.File(L"report")) + "\n"))
@@ -89,6 +97,7 @@ TEST_F(ReportProgram, RedactedItNamesNobody) {
         if (entry.is_regular_file()) {
             const std::string content = m_folder.Read(entry.path().lexically_relative(m_folder.Path()).wstring());
             EXPECT_FALSE(Contains(content, Sid())) << entry.path();
+            EXPECT_FALSE(Contains(content, "\\" + Account())) << entry.path();
             ++files;
         }
     }

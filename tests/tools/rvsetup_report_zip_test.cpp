@@ -154,15 +154,31 @@ std::map<std::string, std::string> Unzipped(std::string_view zip) {
     return files;
 }
 
+std::string Hashed(const std::string& bytes) {
+    Sha256 hash;
+    hash.Add(bytes);
+    return hash.Text();
+}
+
+TEST(Checksum, PiecesOfAnyLengthGiveTheSame) {
+    const std::string bytes(300, 'a');
+    for (std::size_t length : {1, 63, 64, 65, 150}) {
+        Sha256 hash;
+        for (std::size_t at = 0; at < bytes.size(); at += length) {
+            hash.Add(std::string_view(bytes).substr(at, length));
+        }
+        EXPECT_EQ(hash.Text(), Hashed(bytes)) << length;
+    }
+}
+
 TEST(Checksum, KnownValues) {
     EXPECT_EQ(Crc32(""), 0U);
     EXPECT_EQ(Crc32("123456789"), 0xCBF43926U);
-    EXPECT_EQ(Sha256Text(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-    EXPECT_EQ(Sha256Text("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-    EXPECT_EQ(Sha256Text("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+    EXPECT_EQ(Hashed(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_EQ(Hashed("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(Hashed("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
               "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
-    EXPECT_EQ(Sha256Text(std::string(1'000'000, 'a')),
-              "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+    EXPECT_EQ(Hashed(std::string(1'000'000, 'a')), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
 }
 
 TEST(ZipFile, WhatIsPackedComesOutAgain) {
@@ -227,6 +243,20 @@ TEST(Redactor, FoldersOfUsersLoseTheirName) {
     EXPECT_EQ(redactor.Redact("users are people"), "users are people");
 }
 
+TEST(Redactor, AccountsThatEveryMachineHasKeepTheirNames) {
+    Redactor redactor;
+    redactor.AddAccount("S-1-5-18", "NT AUTHORITY\\SYSTEM", "<running user>");
+    redactor.AddAccount("S-1-5-21-1-2-3-1001", "PC\\mira", "<authorized user>");
+    redactor.AddAccount("S-1-12-1-2", "AzureAD\\noor", "<running user>");
+    EXPECT_EQ(redactor.Redact("LOCAL SYSTEM, NT AUTHORITY, pc\\Mira, AzureAD\\noor"),
+              "LOCAL SYSTEM, NT AUTHORITY, <machine>\\<authorized user>, <machine>\\<running user>");
+}
+
+TEST(Redactor, OfATextThatWasCutTheTornLineGoes) {
+    EXPECT_EQ(WithoutTornLine("5-21-1-2-3-1001 and\r\nwhole\r\n"), "whole\r\n");
+    EXPECT_EQ(WithoutTornLine("no end"), "");
+}
+
 TEST(ReportOptions, TheTargetIsAZipFileOrAFolder) {
     EXPECT_TRUE(IsZipName("a.zip"));
     EXPECT_TRUE(IsZipName("C:\\b\\A.ZIP"));
@@ -265,7 +295,7 @@ protected:
 TEST_F(ReportTarget, AFolderReceivesTheFiles) {
     const ReportOptions options{.target = Path("new/report")};
     EXPECT_EQ(WhyNoTarget(options), "");
-    EXPECT_EQ(WriteReport(options, m_content), "");
+    EXPECT_EQ(WriteReport(options, m_content).problem, "");
     EXPECT_EQ(Read("new/report/about.txt"), "one");
     EXPECT_EQ(Read("new/report/logs/temp.log"), "two");
     EXPECT_NE(WhyNoTarget(options).find("is not empty; give a new folder, or a FILE.zip"), std::string::npos);
@@ -274,7 +304,7 @@ TEST_F(ReportTarget, AFolderReceivesTheFiles) {
 TEST_F(ReportTarget, AZipFileHoldsTheFiles) {
     const ReportOptions options{.target = Path("report.zip")};
     EXPECT_EQ(WhyNoTarget(options), "");
-    EXPECT_EQ(WriteReport(options, m_content), "");
+    EXPECT_EQ(WriteReport(options, m_content).problem, "");
     const std::map<std::string, std::string> expected{{"about.txt", "one"}, {"logs/temp.log", "two"}};
     EXPECT_EQ(Unzipped(Read("report.zip")), expected);
     EXPECT_NE(WhyNoTarget(options).find("is there already; --force writes over it"), std::string::npos);
@@ -287,9 +317,22 @@ TEST_F(ReportTarget, PlacesThatCannotTakeAReportAreRefusedWithAReason) {
     EXPECT_NE(WhyNoTarget({.target = Path("file")}).find("is a file without .zip at its end"), std::string::npos);
     EXPECT_NE(WhyNoTarget({.target = Path("folder.zip")}).find("is a folder; give a file"), std::string::npos);
     EXPECT_NE(WhyNoTarget({.target = Path("none/a.zip")}).find("there is no folder "), std::string::npos);
-    EXPECT_NE(WriteReport({.target = Path("file/report")}, m_content).find("cannot write "), std::string::npos);
-    EXPECT_NE(WriteReport({.target = Path("none/a.zip")}, m_content).find("cannot write "), std::string::npos);
+    EXPECT_NE(WriteReport({.target = Path("file/report")}, m_content).problem.find("cannot write "), std::string::npos);
+    EXPECT_NE(WriteReport({.target = Path("none/a.zip")}, m_content).problem.find("cannot write "), std::string::npos);
     EXPECT_EQ(Read("file"), "here before");
+    EXPECT_EQ(WriteReport({.target = Path("none/a.zip")}, m_content).code, ExitCode::Failure);
+}
+
+TEST_F(ReportTarget, OfAFolderThatCannotBeFinishedNothingStays) {
+    m_content.parts.push_back({"about.txt/inner.txt", "three", "a file in a file"});
+    EXPECT_NE(WriteReport({.target = Path("new/report")}, m_content).problem.find("cannot write "), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(m_folder / "new"));
+}
+
+TEST_F(ReportTarget, AFileBesideTheZipFileThatLooksLikeAPartOfItStays) {
+    Write("report.zip.part");
+    EXPECT_EQ(WriteReport({.target = Path("report.zip")}, m_content).problem, "");
+    EXPECT_EQ(Read("report.zip.part"), "here before");
 }
 
 }  // namespace

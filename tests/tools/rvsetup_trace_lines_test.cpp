@@ -97,6 +97,32 @@ TEST(TraceLine, WhatIsNoLineGivesNothing) {
     }
 }
 
+TEST(TraceLine, WhatWouldSteerATerminalIsMadeHarmless) {
+    const auto lines = ParseLogLines(
+        "[1:2 a\x1B[2J.exe] 10:00:00.001 PIPE \x07\x7F\xC2\x9B"
+        "2J \xC3\xA4 \xC2\xA0 end\xC2");
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0].process, "a?[2J.exe");
+    EXPECT_EQ(lines[0].message, "PIPE ???2J \xC3\xA4 \xC2\xA0 end\xC2");
+    const auto torn = ParseLogLines("[1:2 a.exe] 10:00:00.001 \xC2\x9B\xC2\x9B torn[3:4 b.exe] 10:00:00.002 RET");
+    ASSERT_EQ(torn.size(), 2U);
+    EXPECT_EQ(torn[0].message, "?? torn");
+}
+
+TEST(TraceLine, AProgramsNameHasTheLengthOfAFileName) {
+    const std::string longest(251, 'n');
+    EXPECT_EQ(ParseLogLines("[1:2 " + longest + ".exe] 10:00:00.000 X").size(), 1U);
+    EXPECT_TRUE(ParseLogLines("[1:2 " + longest + "n.exe] 10:00:00.000 X").empty());
+}
+
+TEST(TraceLine, ALineThatLooksLikeManyBeginningsEndsSoon) {
+    std::string line;
+    while (line.size() < 416'000) {
+        line += "[1:2 ";
+    }
+    EXPECT_TRUE(ParseLogLines(line + "] 10:00:00.000").empty());
+}
+
 TEST(TraceLine, TheTagIsTheFirstWord) {
     EXPECT_EQ(TagOfMessage("PIPE created x"), "PIPE");
     EXPECT_EQ(TagOfMessage("STM.RequestSample observed 5 total calls"), "STM.RequestSample");
@@ -113,6 +139,20 @@ TEST(LineSplitter, LinesArriveInAnyPieces) {
     EXPECT_TRUE(splitter.Add("rest").empty());
     EXPECT_EQ(splitter.TakeRest(), "rest");
     EXPECT_EQ(splitter.TakeRest(), "");
+}
+
+TEST(LineSplitter, OfAnEndlessLineTheBeginningIsKept) {
+    constexpr std::size_t kLongest = 16 * 1024;
+    LineSplitter splitter;
+    EXPECT_TRUE(splitter.Add(std::string(kLongest - 1, 'a')).empty());
+    EXPECT_TRUE(splitter.Add(std::string(500'000, 'b')).empty());
+    const auto lines = splitter.Add("c\r\nnext\r\n");
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0], std::string(kLongest - 1, 'a') + "b");
+    EXPECT_EQ(lines[1], "next");
+    EXPECT_EQ(splitter.Add(std::string(kLongest, 'd') + "\r\n"), std::vector<std::string>{std::string(kLongest, 'd')});
+    splitter.Add(std::string(kLongest + 5, 'e'));
+    EXPECT_EQ(splitter.TakeRest(), std::string(kLongest, 'e'));
 }
 
 constexpr std::int64_t kDay = 86'400'000;
@@ -170,6 +210,7 @@ TEST(TracePrint, LinesKeepTheirLayoutAndGetColourOnlyWhereAsked) {
     EXPECT_EQ(ShownLine(line, all, {.colour = true}), "\x1B[91m" + line + "\x1B[0m\n");
     EXPECT_EQ(ShownLine("[1:2 a.exe] 10:00:00.007 CALL x", all, {.colour = true}), "[1:2 a.exe] 10:00:00.007 CALL x\n");
     EXPECT_EQ(ShownLine("torn rest of a line", all, {}), "torn rest of a line\n");
+    EXPECT_EQ(ShownLine("torn \x1B[31m", all, {}), "torn ?[31m\n");
     EXPECT_EQ(ShownLine("", all, {}), "");
 }
 
@@ -192,6 +233,18 @@ TEST(TracePrint, TheFilterTakesTagsInAnyCaseAndTheirOperations) {
     EXPECT_FALSE(filter.Accepts("PIPELINE x"));
     EXPECT_EQ(ShownLine("[1:2 a.exe] 10:00:00.007 GATE x", filter, {}), "");
     EXPECT_EQ(ShownLine("torn rest", filter, {}), "");
+}
+
+TEST(TraceOptions, PipesAndDevicesAreNoLogs) {
+    for (const char* path :
+         {"C:\\a.log", "\\\\server\\share\\a.log", "\\\\?\\C:\\a.log", "\\\\?\\UNC\\server\\share\\a.log"}) {
+        EXPECT_EQ(WhyNoLog(path), "") << path;
+    }
+    for (const char* path : {"\\\\.\\pipe\\Ravlo", "\\\\.\\CON", "\\\\server\\pipe\\Ravlo", "\\\\SERVER\\PIPE",
+                             "\\\\?\\UNC\\server\\Pipe\\a", "\\\\?\\pipe\\Ravlo",
+                             "\\\\?\\GLOBALROOT\\Device\\NamedPipe\\Ravlo", "", "a.log"}) {
+        EXPECT_EQ(WhyNoLog(path), "it is no file") << path;
+    }
 }
 
 TEST(TraceOptions, OnlyTagsThatTheModuleWritesAreTaken) {

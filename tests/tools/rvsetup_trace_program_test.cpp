@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -132,6 +133,7 @@ RAVLO_ROLE(InterruptFollowing) {
     EXPECT_TRUE(child.WaitForOutput("PIPE one\n")) << child.Output();
     EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0)) << GetLastError();
     EXPECT_EQ(child.Wait(2000), 130U) << child.Output();
+    EXPECT_TRUE(Contains(child.Output(), "rvsetup: interrupted; 1 lines shown\n")) << child.Output();
     return 0;
 }
 
@@ -194,6 +196,31 @@ TEST(Trace, FollowingBeginsWithTheFirstLogThatAppears) {
     EXPECT_TRUE(child.WaitForOutput("ATTACH DLL_PROCESS_ATTACH")) << child.Output();
 }
 
+/// A line of another program, written at this moment.
+void AppendNow(const std::wstring& path, const std::string& message) {
+    SYSTEMTIME now{};
+    GetSystemTime(&now);
+    char time[16]{};
+    std::snprintf(time, sizeof time, "%02u:%02u:%02u.%03u", now.wHour % 24U, now.wMinute % 60U, now.wSecond % 60U,
+                  now.wMilliseconds % 1000U);
+    std::ofstream(std::filesystem::path(path), std::ios::binary | std::ios::app)
+        << "[1:2 host.exe] " << time << " " << message << "\r\n";
+}
+
+TEST(Trace, FollowingGoesOnWithTheLogThatIsTheNewest) {
+    const WithoutLogs without;
+    std::filesystem::create_directories(std::filesystem::path(TraceLogPaths()[0]).parent_path());
+    AppendNow(TraceLogPaths()[0], "PIPE first");
+    ChildProcess child = StartProgram(L"rvsetup", {L"trace", L"--follow"});
+    ASSERT_TRUE(child.WaitForOutput("PIPE first\n")) << child.Output();
+    AppendNow(TraceLogPaths()[2], "PIPE second");
+    EXPECT_TRUE(child.WaitForOutput("rvsetup: the newest log is C:\\Windows\\Temp\\ravlo-trace.log now\n"))
+        << child.Output();
+    EXPECT_TRUE(child.WaitForOutput("PIPE second\n")) << child.Output();
+    std::filesystem::remove(TraceLogPaths()[0]);
+    std::filesystem::remove(TraceLogPaths()[2]);
+}
+
 TEST_F(TraceFile, WrongInputIsAnsweredWithOneClearSentence) {
     const std::string folder = ToUtf8(m_folder.Path().wstring());
     const struct {
@@ -217,6 +244,7 @@ TEST_F(TraceFile, WrongInputIsAnsweredWithOneClearSentence) {
         {{L"--log"}, 2, "rvsetup: --log"},
         {{L"--log", m_folder.File(L"gone.log")}, 3, "rvsetup: cannot read " + folder + "\\gone.log: "},
         {{L"--log", m_folder.File(L"none\\gone.log")}, 3, "rvsetup: cannot read " + folder + "\\none\\gone.log: "},
+        {{L"--log", L"\\\\.\\pipe\\Ravlo"}, 1, "rvsetup: cannot read \\\\.\\pipe\\Ravlo: it is no file\n"},
         {{L"--log", m_folder.Path().wstring()}, 1, "rvsetup: cannot read " + folder + ": it is a folder\n"},
         {{L"--follow", L"--log", m_folder.Path().wstring()},
          1,

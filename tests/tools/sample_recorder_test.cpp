@@ -4,11 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "common/program_error.h"
@@ -118,7 +121,6 @@ TEST_F(SampleRecorderTest, FilesHoldWhatCame) {
         recorder.Take(At(i == 0 ? pattern : m_live, i, 0));
     }
     EXPECT_EQ(recorder.FinishFiles(), std::vector<std::string>());
-    EXPECT_TRUE(recorder.FlushCsv());
     EXPECT_EQ(Content("t.csv"),
               "# start_unix_ms=1234\n"
               "seconds,arrival,sample_time,kind,on_grid\n"
@@ -138,6 +140,67 @@ TEST_F(SampleRecorderTest, FilesHoldWhatCame) {
     EXPECT_EQ(y4m->frames, 3U);
 }
 
+TEST_F(SampleRecorderTest, WhatComesAfterTheEndIsInNoFile) {
+    m_options.samplesCsv = Path("t.csv");
+    m_options.snapshot = Path("last.png");
+    m_options.y4m = Path("v.y4m");
+    SampleRecorder recorder(m_options, m_geometry, kStart, 0);
+    recorder.Take(At(m_live, 0, 0));
+    EXPECT_EQ(recorder.FinishFiles(), std::vector<std::string>());
+    const std::string csv = Content("t.csv");
+    const std::string video = Content("v.y4m");
+    EXPECT_EQ(video.size(), 61U + 54);
+    recorder.Take(At(m_live, 1, 0));
+    EXPECT_EQ(recorder.FinishFiles(), std::vector<std::string>());
+    EXPECT_EQ(Content("t.csv"), csv);
+    EXPECT_EQ(Content("v.y4m"), video);
+    EXPECT_EQ(recorder.Report(0).samples, 1U);
+}
+
+TEST_F(SampleRecorderTest, TheFilesMayBeCompletedWhileSamplesCome) {
+    m_options.samplesCsv = Path("t.csv");
+    m_options.y4m = Path("v.y4m");
+    SampleRecorder recorder(m_options, m_geometry, kStart, 0);
+    recorder.Take(At(m_live, 0, 0));
+    std::atomic<bool> isOver{false};
+    std::thread pulling([&] {
+        for (std::int64_t i = 1; !isOver.load(); ++i) {
+            recorder.Take(At(m_live, i, 0));
+        }
+    });
+    recorder.Hurry(Haste::Now);
+    recorder.FinishFiles();
+    isOver.store(true);
+    pulling.join();
+    const std::string csv = Content("t.csv");
+    const auto lines = static_cast<std::uint64_t>(std::count(csv.begin(), csv.end(), '\n'));
+    EXPECT_EQ(lines, recorder.Samples() + 2);
+    EXPECT_EQ((Content("v.y4m").size() - 61) % 54, 0U);
+}
+
+TEST_F(SampleRecorderTest, InHasteASnapshotIsNotCompressed) {
+    m_options.snapshot = Path("last.png");
+    SampleRecorder recorder(m_options, {320, 180, 30, 1}, kStart, 0);
+    recorder.Take(At(Bytes(86'400, 77), 0, 0));
+    recorder.Hurry(Haste::Soon);
+    EXPECT_TRUE(recorder.FinishFiles().empty());
+    EXPECT_GT(Content("last.png").size(), 320U * 180 * 3);
+}
+
+TEST_F(SampleRecorderTest, WithEveryTheSnapshotIsASeries) {
+    m_options.snapshot = Path("last.png");
+    m_options.pictureEverySamples = 2;
+    SampleRecorder recorder(m_options, m_geometry, kStart, 0);
+    for (std::int64_t i = 0; i < 4; ++i) {
+        recorder.Take(At(m_live, i, 0));
+    }
+    EXPECT_EQ(recorder.FinishFiles(), std::vector<std::string>());
+    for (const char* name : {"last.png", "last-000001.png", "last-000003.png"}) {
+        EXPECT_EQ(Content(name).substr(1, 3), "PNG") << name;
+    }
+    EXPECT_FALSE(std::filesystem::exists(Path("last-000002.png")));
+}
+
 TEST_F(SampleRecorderTest, ASampleOfAnotherSizeIsRefused) {
     SampleRecorder recorder(m_options, m_geometry, kStart, 0);
     try {
@@ -152,8 +215,8 @@ TEST_F(SampleRecorderTest, ASampleOfAnotherSizeIsRefused) {
 
 TEST_F(SampleRecorderTest, ASnapshotThatCannotBeWrittenIsAProblem) {
     m_options.snapshot = Path("gone") + "/last.png";
+    EXPECT_TRUE(SampleRecorder(m_options, m_geometry, kStart, 0).FinishFiles().empty()) << "nothing came";
     SampleRecorder recorder(m_options, m_geometry, kStart, 0);
-    EXPECT_TRUE(recorder.FinishFiles().empty()) << "nothing came";
     recorder.Take(At(m_live, 0, 0));
     EXPECT_EQ(recorder.FinishFiles(), std::vector<std::string>{"cannot write " + m_options.snapshot});
 }
@@ -170,6 +233,31 @@ TEST_F(SampleRecorderTest, FilesAreTriedBeforehandAndNotMade) {
               "cannot write " + Path("") + " (--snapshot): it is a folder; name a file in it");
     EXPECT_EQ(WhyNotWritable({{"--snapshot", Path("old.png") + "/x.png"}}),
               "cannot write " + Path("old.png") + "/x.png (--snapshot): its folder does not exist; make it first");
+}
+
+TEST_F(SampleRecorderTest, FilesOfTheUserThatEndInPartStay) {
+    std::ofstream(Path("new.png.part")) << "mine";
+    EXPECT_EQ(WhyNotWritable({{"--snapshot", Path("new.png")}}), "");
+    EXPECT_EQ(WhyNoOutputFolder(Path("")), "");
+    m_options.snapshot = Path("new.png");
+    SampleRecorder recorder(m_options, m_geometry, kStart, 0);
+    recorder.Take(At(m_live, 0, 0));
+    EXPECT_TRUE(recorder.FinishFiles().empty());
+    EXPECT_EQ(Content("new.png").substr(1, 3), "PNG");
+    EXPECT_EQ(Content("new.png.part"), "mine");
+    EXPECT_FALSE(std::filesystem::exists(Path("new.png.part2")));
+}
+
+TEST_F(SampleRecorderTest, NamesOfDevicesAreNoNamesOfFiles) {
+    for (const char* name : {"NUL", "con", "Aux.png", "COM1", "lpt9.tar.gz", "nul ", "CONOUT$"}) {
+        EXPECT_EQ(WhyNotWritable({{"--y4m", Path(name)}}),
+                  "cannot write " + Path(name) + " (--y4m): that name belongs to a device; choose another one");
+        EXPECT_EQ(WhyNoOutputFolder(Path(name)),
+                  "cannot create the folder " + Path(name) + ": that name belongs to a device; choose another one");
+    }
+    for (const char* name : {"null", "COM", "COM10", "x.NUL", "communication.png"}) {
+        EXPECT_EQ(WhyNotWritable({{"--y4m", Path(name)}}), "") << name;
+    }
 }
 
 TEST_F(SampleRecorderTest, AFolderIsMadeWithThoseAboveIt) {

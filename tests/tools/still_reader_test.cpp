@@ -12,8 +12,10 @@
 #define STBI_WRITE_NO_STDIO
 #include <stb/stb_image_write.h>
 
+#include "rvfeeder/input_reader.h"
 #include "rvfeeder/nv12_convert.h"
 #include "rvfeeder/still_decode.h"
+#include "tools/exif_notes.h"
 #include "tools/memory_source.h"
 
 namespace ravlo::test {
@@ -176,9 +178,10 @@ TEST(DecodeStill, SizesThatNoCameraTakesAreRefusedBeforeTheyAreDecoded) {
         DecodeError(HugePng(20'000, 400)),
         "the camera takes even sizes from 2x2 to 16384x16384, but this input is 20000x400; crop or scale it first, "
         "for example with ffmpeg -vf scale=16384:400");
-    EXPECT_EQ(DecodeError(HugePng(0xFFFF'FFFF, 2)),
-              "the PNG picture cannot be decoded: it is damaged, cut short or of a rare kind (unreadable header); save "
-              "it again as 8-bit PNG");
+    EXPECT_EQ(
+        DecodeError(HugePng(0xFFFF'FFFF, 2)),
+        "the camera takes even sizes from 2x2 to 16384x16384, but this input is 4294967295x2; crop or scale it first, "
+        "for example with ffmpeg -vf scale=16384:2");
 }
 
 TEST(DecodeStill, APngCutShortAnywhereIsRefused) {
@@ -321,13 +324,24 @@ TEST(StillReader, ThePictureRepeatsWithoutEnd) {
     EXPECT_THROW(reader.ReadPicture(shorter), std::invalid_argument);
 }
 
+TEST(StillReader, AJpegThatIsToBeTurnedIsShownAsItIsStoredWithANote) {
+    Bytes file = Jpeg(16, 2, 3, Plain(32, {200, 100, 50}));
+    file.insert(file.begin() + 2, kTurnedNotes.begin(), kTurnedNotes.end());
+    std::string note;
+    const auto reader = MakeInputReader(std::make_unique<MemorySource>(std::string(file.begin(), file.end())), {},
+                                        [&note](const std::string& text) { note += text; });
+    EXPECT_EQ(reader->Geometry(), (FrameGeometry{16, 2, 30, 1}));
+    EXPECT_EQ(note, "the picture is stored turned or mirrored, and shown as it is stored; save it upright first");
+}
+
 TEST(StillReader, AFileBeyondAllReasonIsNotReadToItsEnd) {
     class Endless final : public ByteSource {
     public:
         std::size_t Read(std::uint8_t*, std::size_t length) override { return length; }
     };
     Endless endless;
-    EXPECT_EQ(InputErrorOf([&endless] { StillReader reader(endless, {30, 1}); }),
+    const auto read = [&endless] { StillReader reader(endless, {30, 1}); };
+    EXPECT_EQ(InputErrorOf(read),
               "the picture file has more than 64 MiB, more than any picture for a camera needs; save it smaller");
 }
 

@@ -157,6 +157,27 @@ TEST(TestCard, NumberTimeAndGeometryAreWrittenInDotsOfEightPixels) {
         << "the 0x of 1280x720";
 }
 
+TEST(TestCard, ATitleThatIsTooLongLosesItsMarginsAndThenItsRate) {
+    /// How many columns of the band at the top, right of the stamp, the white dots span, without the blank one before a 1.
+    const auto written = [](const FrameGeometry& geometry) {
+        const Frame frame = Drawn(geometry, 1);
+        const std::size_t band = std::max<std::size_t>(geometry.height / 9 / 2 * 2, TestCardStampCell(geometry) * 4);
+        std::size_t first = geometry.width;
+        std::size_t last = 0;
+        for (std::size_t i = 0; i < band * geometry.width; ++i) {
+            if (frame[i] == 235) {
+                first = std::min(first, i % geometry.width);
+                last = std::max(last, i % geometry.width);
+            }
+        }
+        return last + 1 - std::min(first, last + 1);
+    };
+    EXPECT_EQ(written({176, 144, 30, 1}), 82U) << "176x144 30 fps";
+    EXPECT_EQ(written({176, 144, 30'000, 1001}), 100U) << "176x144 29.97 fps";
+    EXPECT_EQ(written({160, 120, 30'000, 1001}), 40U) << "160x120";
+    EXPECT_EQ(written({160, 90, 30'000, 1001}), 94U) << "160x90 29.97 fps";
+}
+
 TEST(TestCard, TheTimeIsThatOfTheFrameNumber) {
     EXPECT_EQ(TestCardTime(0, kHd), "00:00:00.000");
     EXPECT_EQ(TestCardTime(1, kHd), "00:00:00.033");

@@ -10,6 +10,8 @@
 namespace ravlo::test {
 namespace {
 
+using namespace std::string_literals;
+
 std::string HeaderError(const char* line) {
     return InputErrorOf([line] { ParseY4mHeader(line); });
 }
@@ -167,8 +169,9 @@ TEST(Y4mReader, AFileWithoutOneWholePictureIsRefusedBeforeAnythingIsShown) {
 
 TEST(Y4mReader, AStreamThatEndsInsideAPictureSaysWhich) {
     Picture picture(12);
-    for (const char* tail : {"", "abcdefg", "abcdefgh", "abcdefghUVX"}) {
-        Y4mReader reader = Reader(std::string("YUV4MPEG2 W4 H2 F25:1\nFRAME\nabcdefghUVXYFRAME\n") + tail);
+    for (const char* tail : {"F", "FRAM", "FRAME", "FRAME ", "FRAME Ip", "FRAME\n", "FRAME\nabcdefg", "FRAME\nabcdefgh",
+                             "FRAME\nabcdefghUVX"}) {
+        Y4mReader reader = Reader(std::string("YUV4MPEG2 W4 H2 F25:1\nFRAME\nabcdefghUVXY") + tail);
         ASSERT_TRUE(reader.ReadPicture(picture));
         EXPECT_EQ(InputErrorOf([&] { reader.ReadPicture(picture); }), "the Y4M stream ends inside picture 2") << tail;
     }
@@ -176,8 +179,9 @@ TEST(Y4mReader, AStreamThatEndsInsideAPictureSaysWhich) {
 
 TEST(Y4mReader, AMissingMarkerIsDamageAndNotAPicture) {
     Picture picture(12);
-    for (const char* marker : {"FRAM", "FRAMF\n", "FRAMEx\n", "FRAME", "FRAME ", "xxxxxxxx"}) {
-        Y4mReader reader = Reader(std::string("YUV4MPEG2 W4 H2 F25:1\n") + marker);
+    const std::string endless = "FRAME " + std::string(5000, ' ');
+    for (const std::string& marker : {"x"s, "FRAm"s, "FRAM\n"s, "FRAMF\n"s, "FRAMEx\n"s, "xxxxxxxx"s, endless}) {
+        Y4mReader reader = Reader("YUV4MPEG2 W4 H2 F25:1\n" + marker);
         EXPECT_EQ(InputErrorOf([&] { reader.ReadPicture(picture); }),
                   "the Y4M stream is damaged: no FRAME marker where picture 1 should begin")
             << marker;

@@ -47,16 +47,23 @@ public:
         m_changed.notify_all();
     }
 
+    std::string Text() {
+        const std::lock_guard lock(m_mutex);
+        return m_text;
+    }
+
 protected:
-    std::streamsize xsputn(const char*, std::streamsize count) override {
+    std::streamsize xsputn(const char* bytes, std::streamsize count) override {
         std::unique_lock lock(m_mutex);
         m_changed.wait(lock, [this] { return m_open; });
+        m_text.append(bytes, static_cast<std::size_t>(count));
         return count;
     }
 
 private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
+    std::string m_text;
     bool m_open = false;
 };
 
@@ -113,6 +120,36 @@ TEST(Y4mRecorder, WhatASlowDiskCannotTakeIsDroppedCountedAndSaid) {
     EXPECT_EQ(recorder.Problem(),
               "x.y4m lacks 2 of 6 frames: they came faster than they could be written; choose a faster disk or a "
               "smaller picture");
+}
+
+TEST(Y4mRecorder, WithoutTimeTheFileEndsAfterAWholeFrame) {
+    SlowDisk disk;
+    Y4mRecorder recorder(std::make_unique<std::ostream>(&disk), "x.y4m", kSmall, 3 * 12);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(recorder.Offer(Frame('A'))) << i;
+    }
+    recorder.DropWaiting();  // all of them: the disk does not even take the header yet
+    EXPECT_FALSE(recorder.Offer(Frame('a'))) << "there would be a gap before it";
+    disk.LetGo();
+    recorder.Finish();
+    EXPECT_EQ(disk.Text(), "YUV4MPEG2 W4 H2 F30:1 Ip A1:1 C420mpeg2 XCOLORRANGE=LIMITED\n");
+    EXPECT_EQ(recorder.Frames(), 0U);
+    EXPECT_EQ(recorder.Dropped(), 4U);
+    EXPECT_EQ(recorder.Problem(), "x.y4m lacks the last 4 frames: there was no time to write them");
+}
+
+TEST(Y4mRecorder, WantOfSpeedAndWantOfTimeAreToldApart) {
+    SlowDisk disk;
+    Y4mRecorder recorder(std::make_unique<std::ostream>(&disk), "x.y4m", kSmall, 2 * 12);
+    recorder.Offer(Frame(0));
+    recorder.Offer(Frame(0));
+    EXPECT_FALSE(recorder.Offer(Frame(0)));
+    recorder.DropWaiting();
+    disk.LetGo();
+    recorder.Finish();
+    EXPECT_EQ(recorder.Problem(),
+              "x.y4m lacks 1 of 3 frames: they came faster than they could be written; choose a faster disk or a "
+              "smaller picture; it lacks the last 2 frames: there was no time to write them");
 }
 
 TEST(Y4mRecorder, ThereIsAlwaysRoomForTwo) {

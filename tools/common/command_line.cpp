@@ -35,6 +35,7 @@ std::size_t EditDistance(const std::string& left, const std::string& right) {
 }
 
 void SetUp(CLI::App& app, const std::string& examples) {
+    app.allow_windows_style_options(false);  // else "/json" would be an option where others see the path of a file
     app.set_help_flag("-h,--help", "Show this help and end");
     app.footer("Examples:\n" + examples);
     app.get_formatter()->column_width(kHelpColumn);
@@ -62,6 +63,15 @@ std::vector<std::string> CommandNames(const CLI::App& app) {
         names.push_back(command->get_name());
     }
     return names;
+}
+
+/// Of this program or command, as it is typed: "--name" or "-n".
+const CLI::Option* FindOption(const CLI::App& app, const std::string& typed) {
+    return typed.starts_with('-') ? app.get_option_no_throw(typed) : nullptr;
+}
+
+std::string NeedsValue(const CLI::Option& option) {
+    return option.get_name() + " needs a value: " + option.get_type_name();
 }
 
 std::string DidYouMean(const std::string& nearest) {
@@ -111,6 +121,45 @@ CLI::Validator OneOf(const std::vector<std::string>& choices, const std::string&
     });
 }
 
+/// An option took the next one for its value.
+class TakenOption : public CLI::ParseError {
+public:
+    TakenOption(const std::string& option, const std::string& next)
+        : ParseError("TakenOption", option + " needs a value, and " + next + " is an option",
+                     static_cast<int>(ExitCode::Usage)) {}
+};
+
+/// Adds an option with a value that is not the name of another option.
+template <class Value>
+CLI::Option* AddOption(CLI::App& app, const std::string& names, Value& value, const std::string& help) {
+    CLI::Option* const option = app.add_option(names, value, help);
+    return option->check(Check([&app, option](const std::string& text) {
+        if (FindOption(app, text) != nullptr) {
+            throw TakenOption(option->get_name(), text);
+        }
+        return std::string();
+    }));
+}
+
+/// For "--name=" with nothing behind it, which the parser would take for "--name"; empty when there is none.
+std::string DescribeEmptyValue(const CLI::App& program, const std::vector<std::string>& arguments) {
+    const CLI::App* app = &program;
+    for (const std::string& argument : arguments) {
+        const auto named = [&argument](const CLI::App* command) { return command->get_name() == argument; };
+        for (const CLI::App* command : program.get_subcommands(named)) {
+            app = command;
+        }
+        const std::size_t equals = argument.find('=');
+        const CLI::Option* const option = equals + 1 == argument.size() && argument.starts_with("--")
+                                              ? FindOption(*app, argument.substr(0, equals))
+                                              : nullptr;
+        if (option != nullptr) {
+            return option->get_expected_max() == 0 ? option->get_name() + " takes no value" : NeedsValue(*option);
+        }
+    }
+    return {};
+}
+
 /// What was not understood, said in terms of what could have been meant.
 std::string DescribeExtra(const CLI::App& program, const std::string& extra) {
     const CLI::App& app = Innermost(program);
@@ -119,6 +168,12 @@ std::string DescribeExtra(const CLI::App& program, const std::string& extra) {
         const std::string nearest = NearestWord(OptionNames(app), word);
         return nearest == word ? word + " belongs behind " + app.get_name()
                                : "unknown option " + word + DidYouMean(nearest);
+    }
+    if (word.starts_with('/')) {
+        const std::string nearest = word == "/?" ? "--help" : NearestWord(OptionNames(app), "--" + word.substr(1));
+        if (!nearest.empty()) {
+            return "options begin with two dashes, and not with a slash as in " + word + DidYouMean(nearest);
+        }
     }
     const std::vector<std::string> commands = CommandNames(app);
     if (!commands.empty()) {
@@ -145,8 +200,7 @@ std::string DescribeParseError(const CLI::App& app, const CLI::ParseError& error
         if (option->get_expected_max() == 0) {
             return option->get_name() + " takes no value";
         }
-        return option->count() > 1 ? option->get_name() + " is given more than once"
-                                   : option->get_name() + " needs a value: " + option->get_type_name();
+        return option->count() > 1 ? option->get_name() + " is given more than once" : NeedsValue(*option);
     }
     if (dynamic_cast<const CLI::ConversionError*>(&error) != nullptr) {
         const std::string text = error.what();  // "Could not convert: --json = maybe"
@@ -180,22 +234,22 @@ void OptionSet::Flag(const std::string& names, bool& value, const std::string& h
 
 void OptionSet::Text(const std::string& names, const std::string& valueName, std::string& value,
                      const std::string& help) {
-    m_app.add_option(names, value, help)->type_name(valueName)->group(m_group);
+    AddOption(m_app, names, value, help)->type_name(valueName)->group(m_group);
 }
 
 void OptionSet::Texts(const std::string& names, const std::string& valueName, std::vector<std::string>& values,
                       const std::string& help) {
-    m_app.add_option(names, values, help)->type_name(valueName)->group(m_group)->allow_extra_args(false);
+    AddOption(m_app, names, values, help)->type_name(valueName)->group(m_group)->allow_extra_args(false);
 }
 
 void OptionSet::Number(const std::string& names, const std::string& valueName, std::int64_t& value, std::int64_t low,
                        std::int64_t high, const std::string& help) {
-    m_app.add_option(names, value, help)->check(WholeNumberWithin(low, high))->type_name(valueName)->group(m_group);
+    AddOption(m_app, names, value, help)->check(WholeNumberWithin(low, high))->type_name(valueName)->group(m_group);
 }
 
 void OptionSet::Decimal(const std::string& names, const std::string& valueName, double& value, double low, double high,
                         const std::string& help) {
-    m_app.add_option(names, value, help)->check(NumberWithin(low, high))->type_name(valueName)->group(m_group);
+    AddOption(m_app, names, value, help)->check(NumberWithin(low, high))->type_name(valueName)->group(m_group);
 }
 
 void OptionSet::Choice(const std::string& names, std::string& value, const std::vector<std::string>& choices,
@@ -204,7 +258,7 @@ void OptionSet::Choice(const std::string& names, std::string& value, const std::
     for (const std::string& choice : choices) {
         list += (list.empty() ? "" : "|") + choice;
     }
-    m_app.add_option(names, value, help)->check(OneOf(choices, list))->type_name(list)->group(m_group);
+    AddOption(m_app, names, value, help)->check(OneOf(choices, list))->type_name(list)->group(m_group);
 }
 
 void OptionSet::Positional(const std::string& valueName, std::string& value, bool required, const std::string& help) {
@@ -231,6 +285,10 @@ OptionSet& CommandLine::Command(const std::string& name, const std::string& summ
 std::optional<ExitCode> CommandLine::Parse(std::vector<std::string> arguments) {
     if (!arguments.empty()) {
         arguments.erase(arguments.begin());
+    }
+    const std::string emptyValue = DescribeEmptyValue(*m_app, arguments);
+    if (!emptyValue.empty()) {
+        return WrongUsage(emptyValue);
     }
     std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
     try {

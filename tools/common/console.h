@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string_view>
 
 namespace ravlo {
@@ -15,7 +16,8 @@ bool EnableOutputColour() noexcept;
 /// byte by byte with line ends as they are. False when it could not all be written. One thread.
 bool WriteOutput(std::string_view text) noexcept;
 
-/// Writes the line "program: text", both UTF-8, to standard error, above the status line if there is one. Any thread.
+/// Writes the line "program: text", both UTF-8, to standard error, above the status line if there is one. Does not wait
+/// for a console: a thread of its own writes there. Any thread.
 void WriteConsoleMessage(std::string_view program, std::string_view text) noexcept;
 
 /// Shows `text` as the line that stands at the bottom of the console behind standard error, in place of the one before.
@@ -25,5 +27,8 @@ void ShowStatus(std::string_view text) noexcept;
 
 /// Takes the status line away, before a summary for instance. Any thread.
 void ClearStatus() noexcept;
+
+/// Waits until the console shows what was said, at most `patience`; before the program ends, for instance. Any thread.
+void FlushMessages(std::chrono::milliseconds patience) noexcept;
 
 }  // namespace ravlo

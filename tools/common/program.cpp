@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -13,6 +14,8 @@
 namespace ravlo {
 
 void RunProgram(const char* name, ExitCode (*body)()) {
+    // A drive without a disk, or a library that does not load, is to be a failure and no window that waits for a click.
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
     ExitCode code = ExitCode::Failure;
     NameMessages(name, WriteConsoleMessage);
     try {
@@ -25,6 +28,8 @@ void RunProgram(const char* name, ExitCode (*body)()) {
     } catch (const std::exception& error) {
         Say(error.what());
     }
+    constexpr std::chrono::milliseconds kLastWords{300};
+    FlushMessages(kLastWords);
     std::fflush(nullptr);
     ExitProcess(static_cast<UINT>(code));
 }

@@ -6,6 +6,7 @@
 
 #include "common/clock.h"
 #include "common/console.h"
+#include "common/media_platform.h"
 #include "common/messages.h"
 #include "common/wide_text.h"
 #include "platform/com_ptr.h"
@@ -13,7 +14,6 @@
 #include "rvclient/camera_class.h"
 #include "rvclient/camera_list.h"
 #include "rvclient/client_error.h"
-#include "common/media_platform.h"
 #include "rvclient/device_enumeration.h"
 #include "rvclient/virtual_camera_library.h"
 
@@ -41,8 +41,7 @@ void WarnOfEarlierCamera(const CameraIdentity& identity) {
         for (const ListedCamera& listed : EnumerateCameras()) {
             if (IsNamedCamera(listed, identity.name)) {
                 Say(Quoted(identity) +
-                    " is there already; if it was started with another size or pipe, use rvclient remove "
-                    "first");
+                    " is there already; if it was started with another size or pipe, use rvclient remove first");
                 return;
             }
         }
@@ -68,7 +67,9 @@ ExitCode KeepUntilInterrupted(IMFVirtualCamera& camera, const StartRequest& requ
     const std::int64_t start = SteadyTicks();
     Say(Described(request) + " is there until Ctrl+C");
     WaitForSingleObject(interrupted, INFINITE);
+    Say("taking " + Quoted(identity) + " away");
     const HRESULT stopped = camera.Stop();
+    camera.Remove();  // whatever it gives: a session camera is gone when its program is, and this is only to be sure
     const HRESULT shutDown = camera.Shutdown();
     Check(stopped, "cannot be stopped", identity);
     Check(shutDown, "cannot be shut down", identity);

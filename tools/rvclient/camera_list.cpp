@@ -15,6 +15,14 @@ char LowerAscii(char character) {
     return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }
 
+/// What a device is called comes from its driver: a control character could make the console show something else.
+std::string Printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(),
+        [](char character) { return static_cast<unsigned char>(character) < 0x20 || character == 0x7F; }, '?');
+    return text;
+}
+
 const char* KindOf(const ListedCamera& camera, const std::string& startedName) {
     if (IsNamedCamera(camera, startedName)) {
         return "this camera";
@@ -42,7 +50,7 @@ bool IsNamedCamera(const ListedCamera& camera, const std::string& startedName) {
 std::string CameraListText(const std::vector<ListedCamera>& cameras, const std::string& startedName) {
     std::string text;
     for (const ListedCamera& camera : cameras) {
-        text += camera.name + " [" + KindOf(camera, startedName) + "]\n    " + camera.link + "\n";
+        text += Printable(camera.name) + " [" + KindOf(camera, startedName) + "]\n    " + Printable(camera.link) + "\n";
     }
     return text;
 }

@@ -2,40 +2,43 @@
 
 #include <cstdint>
 
-#include "common/wide_text.h"
-#include "rvclient/result_meaning.h"
+#include "common/result_meaning.h"
+#include "common/result_text.h"
 
 namespace ravlo {
+namespace {
 
-std::string ResultText(HRESULT hr) {
-    const auto result = static_cast<std::uint32_t>(hr);
-    const std::string_view words = MeaningOf(result).words;
-    const std::string number = ResultNumber(result);
-    if (!words.empty()) {
-        return std::string(words) + " (" + number + ")";
+/// What the user can do about it; empty when nobody knows.
+std::string AdviceAbout(const CameraIdentity& identity, HRESULT hr) {
+    if (hr == REGDB_E_CLASSNOTREG) {
+        return "; run rvsetup install as administrator";
     }
-    if (HRESULT_FACILITY(hr) == FACILITY_WIN32) {
-        return SystemErrorText(static_cast<unsigned long>(HRESULT_CODE(hr))) + ", result " + number;
+    if (hr == HRESULT_FROM_WIN32(ERROR_SERVICE_DISABLED)) {
+        return "; start the service \"Windows Camera Frame Server\" in services.msc, as administrator";
     }
-    return "result " + number;
+    if (MeaningOf(static_cast<std::uint32_t>(hr)).code != ExitCode::AccessDenied) {
+        return {};
+    }
+    if (identity.allUsers) {
+        return "; a camera for all users needs an administrator: use a console that was opened with \"Run as "
+               "administrator\", or leave out --all-users";
+    }
+    return std::string(
+               "; look whether camera access is off: Settings > Privacy & security > Camera, \"Camera access\" and "
+               "\"Let desktop apps access your camera\"; if both are on, use a console that was opened with \"Run as "
+               "administrator\"") +
+           (identity.session ? "" : ", or a camera with --session");
 }
+
+}  // namespace
 
 ProgramError FailedResult(const std::string& what, HRESULT hr) {
     return {MeaningOf(static_cast<std::uint32_t>(hr)).code, what + ": " + ResultText(hr)};
 }
 
 ProgramError CameraFailure(const char* what, const CameraIdentity& identity, HRESULT hr) {
-    ProgramError error = FailedResult("the camera \"" + identity.name + "\" " + what, hr);
-    if (error.Code() != ExitCode::AccessDenied) {
-        return error;
-    }
-    const char* const advice =
-        identity.allUsers
-            ? "; a camera for all users needs an administrator: use a console that was opened with \"Run as "
-              "administrator\", or leave out --all-users"
-            : "; look whether camera access is off: Settings > Privacy & security > Camera, \"Camera access\" and "
-              "\"Let desktop apps access your camera\"";
-    return {ExitCode::AccessDenied, error.what() + std::string(advice)};
+    const ProgramError error = FailedResult("the camera \"" + identity.name + "\" " + what, hr);
+    return {error.Code(), error.what() + AdviceAbout(identity, hr)};
 }
 
 }  // namespace ravlo

@@ -9,13 +9,10 @@
 
 namespace ravlo {
 
-/// A result in words, with its number: "access is denied (0x80070005)".
-std::string ResultText(HRESULT hr);
-
 /// "`what`: the result in words" with the exit code that fits the result.
 ProgramError FailedResult(const std::string& what, HRESULT hr);
 
-/// The same for a call about a camera, "the camera "Ravlo Camera" `what`: ...", and what to do where access was denied.
+/// The same for a call about a camera, "the camera "Ravlo Camera" `what`: ...", and what to do where that is known.
 ProgramError CameraFailure(const char* what, const CameraIdentity& identity, HRESULT hr);
 
 }  // namespace ravlo

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <exception>
 #include <memory>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -34,6 +35,8 @@ struct Task {
         } catch (const ProgramError& error) {
             Say(error.what());
             code.store(error.Code());
+        } catch (const std::bad_alloc&) {
+            Say("out of memory");
         } catch (const std::exception& error) {
             Say(error.what());
         }

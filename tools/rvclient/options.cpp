@@ -61,11 +61,6 @@ std::size_t CharacterCount(const std::string& text) {
         text.begin(), text.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; }));
 }
 
-std::string GeometryRequestText(const FrameGeometry& geometry) {
-    return std::to_string(geometry.width) + "x" + std::to_string(geometry.height) + "@" +
-           std::to_string(geometry.rateNumerator) + "/" + std::to_string(geometry.rateDenominator);
-}
-
 /// Asks the camera's own parser: what it does not take it would ignore without a word, and serve its default size.
 bool TakesGeometry(const std::string& request) {
     std::array<WideChar, kGeometryRequestCapacity> wide{};
@@ -83,7 +78,7 @@ std::optional<std::string> InterpretGeometry(const std::string& text, std::strin
     if (!geometry) {
         return "\"" + text + "\" is no geometry: an even WIDTHxHEIGHT@RATE, such as 1280x720@30 or 1280x720@30000/1001";
     }
-    request = GeometryRequestText(*geometry);
+    request = GeometryText(*geometry);
     if (!TakesGeometry(request)) {
         return "no camera takes " + request +
                ": pictures of up to 3840x2160, up to 1000 a second, numbers of up to six digits";
@@ -122,8 +117,8 @@ std::optional<std::string> StartArguments::Interpret(StartRequest& request) cons
     if (auto wrong = WhyNoCameraName(m_camera.name)) {
         return wrong;
     }
-    // Size and pipe are always said, also when they are the defaults: what the camera falls back to is the business of the
-    // process that hosts it, and its producer could only guess.
+    // Size and pipe are always said, also when they are the defaults: what the camera falls back to is the business of
+    // the process that hosts it, and its producer could only guess.
     if (auto wrong = InterpretGeometry(m_geometry, request.geometry)) {
         return wrong;
     }

@@ -32,7 +32,8 @@ VirtualCameraLibrary::VirtualCameraLibrary() {
     // Never unloaded: cameras may have threads of its code at work until the process ends.
     const HMODULE library = LoadLibraryExW(kLibrary, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
     if (library == nullptr) {
-        throw Unsupported("mfsensorgroup.dll cannot be loaded: " + SystemErrorText(GetLastError()));
+        const DWORD error = GetLastError();
+        throw Unsupported("mfsensorgroup.dll cannot be loaded: " + SystemErrorText(error));
     }
     m_create = Find<CreateVirtualCameraFunction>(library, "MFCreateVirtualCamera");
     const auto isSupported = Find<IsVirtualCameraTypeSupportedFunction>(library, "MFIsVirtualCameraTypeSupported");

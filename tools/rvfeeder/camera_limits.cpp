@@ -14,6 +14,16 @@ std::uint32_t NearestEdge(std::uint32_t edge) {
     return std::clamp(edge / 2 * 2, 2U, std::uint32_t{kMaxFrameDimension});
 }
 
+/// The size to scale a picture to that has an impossible one: the nearest, or half of it until a camera takes it.
+FrameGeometry NearestSize(std::uint32_t width, std::uint32_t height) {
+    FrameGeometry nearest{NearestEdge(width), NearestEdge(height), 1, 1};
+    while (FrameBytes(nearest) > FrameBytes(kLargestGeometry)) {
+        nearest.width = NearestEdge(nearest.width / 2);
+        nearest.height = NearestEdge(nearest.height / 2);
+    }
+    return nearest;
+}
+
 std::string SizeText(const FrameGeometry& geometry) {
     return std::to_string(geometry.width) + "x" + std::to_string(geometry.height);
 }
@@ -24,7 +34,8 @@ std::optional<std::string> WhyNoPictureSize(std::uint32_t width, std::uint32_t h
     if (IsValidGeometry({width, height, 1, 1})) {
         return std::nullopt;
     }
-    const std::string edges = std::to_string(NearestEdge(width)) + ":" + std::to_string(NearestEdge(height));
+    const FrameGeometry nearest = NearestSize(width, height);
+    const std::string edges = std::to_string(nearest.width) + ":" + std::to_string(nearest.height);
     return "the camera takes even sizes from 2x2 to 16384x16384, but this input is " + std::to_string(width) + "x" +
            std::to_string(height) + "; crop or scale it first, for example with ffmpeg -vf scale=" + edges;
 }

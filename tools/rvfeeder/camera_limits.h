@@ -9,7 +9,7 @@
 
 namespace ravlo {
 
-/// Why NV12 pictures of this size cannot exist, and the nearest that can, as a sentence; nothing when they can.
+/// Why NV12 pictures of this size cannot exist, and one that a camera takes instead, as a sentence; nothing when they can.
 std::optional<std::string> WhyNoPictureSize(std::uint32_t width, std::uint32_t height);
 
 /// Why no camera takes pictures of this size at this rate, as a sentence for the user; nothing when one may. `geometry`

@@ -105,9 +105,7 @@ void CameraLink::KeepConnectStatus(ravlo_status status) noexcept {
 }
 
 void CameraLink::ReportConnectFailure(std::int64_t now) {
-    // A camera that hangs up while its owner is being looked at has no owner at that moment.
-    const bool mayPass =
-        m_connectStatus == RAVLO_NO_CAMERA || m_connectStatus == RAVLO_BUSY || m_connectStatus == RAVLO_UNTRUSTED_OWNER;
+    const bool mayPass = m_connectStatus == RAVLO_NO_CAMERA || m_connectStatus == RAVLO_BUSY;
     if (m_connectStatus != m_reportedStatus && (!mayPass || AbsentFor(now) >= kReportAfter)) {
         m_reportedStatus = m_connectStatus;
         Say(DescribeConnectStatus(m_connectStatus, m_pipe, ravlo_producer_system_error(m_producer.get())));

@@ -28,7 +28,7 @@ public:
     /// Sends one packed NV12 picture. False when the connection broke over it; the picture is then lost.
     bool Send(const FrameGeometry& geometry, const void* nv12, std::int64_t now);
 
-    /// The newest record of the camera's demand; nothing while none is known. Needs no connection.
+    /// The newest record of the camera's demand; nothing while none is known, or there is no connection.
     std::optional<CameraDemand> ReadDemand();
 
     /// Nothing is being sent because nobody watches.

@@ -179,7 +179,9 @@ CommandProcess::CommandProcess(const std::string& command)
     PROCESS_INFORMATION process{};
     // A group of its own: Ctrl+C is for this program, which then ends the command in order. Suspended until it is in
     // the job, so that none of its children can be missed.
-    const DWORD flags = EXTENDED_STARTUPINFO_PRESENT | CREATE_SUSPENDED | CREATE_NEW_PROCESS_GROUP;
+    // Without a console to share, the command prompt would open a window of its own.
+    const DWORD flags = EXTENDED_STARTUPINFO_PRESENT | CREATE_SUSPENDED | CREATE_NEW_PROCESS_GROUP |
+                        (GetConsoleWindow() == nullptr ? CREATE_NO_WINDOW : 0);
     if (!CreateProcessW(prompt.c_str(), line.data(), nullptr, nullptr, TRUE, flags, nullptr, nullptr,
                         &startup.StartupInfo, &process)) {
         Fail("no process");

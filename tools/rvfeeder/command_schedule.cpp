@@ -13,10 +13,11 @@ constexpr std::int64_t kReconnectTime = 2 * kTicksPerSecond;
 CommandSchedule::Action CommandSchedule::Next(std::int64_t now, bool connected, bool leased, bool wanted) noexcept {
     if (connected) {
         m_lastConnected = now;
-        m_connectedSince = m_connectedSince.value_or(now);
+        m_connectedSince = m_wasConnected ? m_connectedSince : now;
     } else if (m_connectedSince && now - m_lastConnected > kReconnectTime) {
         m_connectedSince.reset();
     }
+    m_wasConnected = connected;
     m_lastLeased = leased ? now : m_lastLeased;
     const bool watched = IsWatched(now, leased, wanted);
     if (m_running && !watched) {

@@ -14,7 +14,7 @@ public:
     static constexpr std::int64_t kFirstPause = kTicksPerSecond;
     /// A command that never brings a picture is started less and less often, down to this.
     static constexpr std::int64_t kLongestPause = 8 * kTicksPerSecond;
-    /// A camera that tells its demand does so within this time of the connection, and a gap between its records is
+    /// A camera that tells its demand does so within this time of every connection, and a gap between its records is
     /// shorter; until then nobody is taken to watch.
     static constexpr std::int64_t kGrace = 12 * kTicksPerSecond / 10;
 
@@ -33,8 +33,9 @@ public:
 private:
     bool IsWatched(std::int64_t now, bool leased, bool wanted) const noexcept;
 
-    std::optional<std::int64_t> m_connectedSince;
+    std::optional<std::int64_t> m_connectedSince;  ///< of the connection that is there or was a moment ago
     std::int64_t m_lastConnected = 0;
+    bool m_wasConnected = false;
     std::int64_t m_lastLeased = 0;
     std::int64_t m_notBefore = 0;
     std::int64_t m_pause = kFirstPause;

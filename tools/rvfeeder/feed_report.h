@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "common/report_writer.h"
 #include "rvfeeder/feed_status.h"
-#include "rvfeeder/report_writer.h"
 
 namespace ravlo {
 

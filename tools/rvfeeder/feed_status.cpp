@@ -27,7 +27,7 @@ std::string DemandText(const std::optional<DemandStatus>& demand) {
         std::snprintf(text.data(), text.size(), "demand %.1f/s, camera idle %llu s", demand->requestsPerSecond,
                       static_cast<Number>(demand->record.idleMs / 1000));
     } else {
-        std::snprintf(text.data(), text.size(), "no demand yet");
+        return demand->record.requests == 0 ? "no demand yet" : "camera idle for an hour or more";
     }
     return text.data();
 }

@@ -14,6 +14,7 @@
 #include "common/test_card_stamp.h"
 #include "rvfeeder/camera_link.h"
 #include "rvfeeder/demand_hint.h"
+#include "rvfeeder/demand_news.h"
 #include "rvfeeder/demand_policy.h"
 #include "rvfeeder/feed_report.h"
 #include "rvfeeder/feed_statistics.h"
@@ -66,9 +67,15 @@ public:
                 end = Step(now);
             }
         }
+        if (m_onDemand) {
+            m_onDemand->Close(SteadyTicks());  // ends while the last report is written
+        }
         FeedStatus status = Status(SteadyTicks());
         status.state = FeedState::Ended;
         m_report.End(status, *end);
+        if (m_onDemand) {
+            m_onDemand->AwaitEnd();
+        }
         return static_cast<ExitCode>(end->exitCode);
     }
 
@@ -105,28 +112,32 @@ private:
         if (!IsWanted() && wasTold && !m_demand) {
             m_link.Leave(now);
         }
-        if (verdict != m_verdict) {
-            m_verdict = verdict;
-            TellDemand();
-        }
+        m_verdict = verdict;
         if (!IsWanted()) {
             m_link.Rest();
+        }
+        if (!m_onDemand) {  // which says itself when it starts and ends the command
+            Tell(m_news.Observe(now, m_link.IsConnected(), m_demand.has_value(), IsWanted()));
         }
         if (m_hint.Observe(now, m_link.IsConnected(), m_demand)) {
             TellNoDemand();
         }
     }
 
-    void TellDemand() {
-        if (m_onDemand) {
-            return;  // says itself when it starts and ends the command
-        }
-        if (!IsWanted()) {
-            Say(IsLive(m_options.input) ? "nobody watches the camera: the input is read on and thrown away"
-                                        : "nobody watches the camera: the input waits");
-        } else {
-            Say(m_demand ? "pictures are wanted again: sending"
-                         : "the camera no longer tells whether anybody watches: sending");
+    void Tell(DemandNews::News news) const {
+        switch (news) {
+            case DemandNews::News::None:
+                break;
+            case DemandNews::News::Idle:
+                Say(IsLive(m_options.input) ? "nobody watches the camera: the input is read on and thrown away"
+                                            : "nobody watches the camera: the input waits");
+                break;
+            case DemandNews::News::WantedAgain:
+                Say("pictures are wanted again: sending");
+                break;
+            case DemandNews::News::Unknown:
+                Say("the camera no longer tells whether anybody watches: sending");
+                break;
         }
     }
 
@@ -275,6 +286,7 @@ private:
     CameraLink m_link;
     DemandPolicy m_policy;
     DemandHint m_hint;
+    DemandNews m_news;
     FeedStatistics m_statistics;
     FeedReport m_report;
     std::unique_ptr<PictureFlow> m_ownFlow;  ///< set unless a command brings the pictures

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "common/wide_text.h"
+#include "pipe/overlapped_io.h"
 #include "platform/unique_handle.h"
 #include "rvfeeder/input_path.h"
 
@@ -28,7 +29,7 @@ public:
             return got;
         }
         const DWORD error = GetLastError();
-        if (error == ERROR_BROKEN_PIPE || error == ERROR_HANDLE_EOF) {
+        if (IsPeerGone(error) || error == ERROR_HANDLE_EOF) {
             return 0;  // the writer of a pipe has finished
         }
         throw InputError("cannot read " + m_name + ": " + SystemErrorText(error));
@@ -71,6 +72,11 @@ std::string WhyNotOpened(const std::wstring& path, DWORD error) {
 }
 
 }  // namespace
+
+bool IsStandardInputAFile() noexcept {
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    return input != nullptr && input != INVALID_HANDLE_VALUE && GetFileType(input) == FILE_TYPE_DISK;
+}
 
 std::unique_ptr<ByteSource> OpenByteSource(const std::string& path) {
     if (path == kStandardInputPath) {

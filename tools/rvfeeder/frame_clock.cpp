@@ -1,12 +1,14 @@
 #include "rvfeeder/frame_clock.h"
 
+#include <algorithm>
+
 namespace ravlo {
 
 FrameClock::FrameClock(std::uint32_t numerator, std::uint32_t denominator) noexcept
     : m_numerator(numerator), m_denominator(denominator) {
 }
 
-FrameStep FrameClock::Judge(std::int64_t now, std::int64_t arrived) noexcept {
+FrameStep FrameClock::Judge(std::int64_t now, const FrameArrival& arrival) noexcept {
     if (!m_started) {
         m_started = true;
         StartAt(now);
@@ -20,7 +22,7 @@ FrameStep FrameClock::Judge(std::int64_t now, std::int64_t arrived) noexcept {
     if (now - due <= period) {
         return {FrameStep::Kind::Send, 0};
     }
-    if (arrived - due > period) {
+    if (arrival.arrived - std::max(due, arrival.asked) > period / 2) {
         ++m_restarts;
         StartAt(now);
         return {FrameStep::Kind::Send, 0};

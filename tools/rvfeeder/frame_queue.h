@@ -14,7 +14,8 @@ namespace ravlo {
 /// A picture between the thread that reads and the thread that sends.
 struct QueuedFrame {
     std::vector<std::uint8_t> nv12;
-    std::int64_t arrived = 0;  ///< steady time in units of 100 ns
+    std::int64_t asked = 0;    ///< when the reading side was free for it; steady time in units of 100 ns
+    std::int64_t arrived = 0;  ///< when it had been read
     bool skipped = false;      ///< stands for a picture that was read past: `nv12` holds anything
 };
 

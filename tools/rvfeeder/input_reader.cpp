@@ -43,6 +43,14 @@ std::unique_ptr<PictureReader> MakeY4mReader(std::unique_ptr<ByteSource> source,
     return reader;
 }
 
+std::unique_ptr<PictureReader> MakeStillReader(ByteSource& source, const InputOptions& options, const InputNote& note) {
+    auto reader = std::make_unique<StillReader>(source, options.rate.value_or(kStillRate));
+    if (reader->IsTurned()) {
+        note("the picture is stored turned or mirrored, and shown as it is stored; save it upright first");
+    }
+    return reader;
+}
+
 std::unique_ptr<PictureReader> MakeReader(std::unique_ptr<PeekedSource> source, const InputOptions& options,
                                           const InputNote& note) {
     const InputKind kind = RecogniseInput(source->FirstBytes());
@@ -55,7 +63,7 @@ std::unique_ptr<PictureReader> MakeReader(std::unique_ptr<PeekedSource> source, 
             return MakeY4mReader(std::move(source), options, note);
         case InputKind::Png:
         case InputKind::Jpeg:
-            return std::make_unique<StillReader>(*source, options.rate.value_or(kStillRate));
+            return MakeStillReader(*source, options, note);
         case InputKind::Other:
             break;
     }

@@ -15,4 +15,8 @@ enum class JpegState : std::uint8_t {
 /// grey and reports success, and Huffman tables with more symbols than there are bytes, which it writes past its end.
 JpegState CheckJpeg(std::span<const std::uint8_t> file) noexcept;
 
+/// How the picture of a JPEG file is to be turned before it is shown, as cameras note it: 1 for not at all, up to 8. 1 also
+/// when the file says nothing about it that can be understood.
+unsigned JpegOrientation(std::span<const std::uint8_t> file) noexcept;
+
 }  // namespace ravlo

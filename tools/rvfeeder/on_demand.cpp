@@ -1,5 +1,6 @@
 #include "rvfeeder/on_demand.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "common/clock.h"
@@ -12,6 +13,8 @@ namespace {
 
 /// A command whose output was closed may put its things in order for so long.
 constexpr std::int64_t kEndPatience = 500 * kTicksPerMs;
+/// The same at the end of the program, whose user shall not have to wait for a second.
+constexpr std::int64_t kLastEndPatience = 300 * kTicksPerMs;
 /// Between the end of a command's output and that of its process.
 constexpr DWORD kExitPatienceMs = 100;
 
@@ -62,6 +65,24 @@ void OnDemand::FlowEnded(std::int64_t now) {
                              : code         ? "the command has ended by itself with exit code " + std::to_string(*code)
                                             : std::string("the command has closed its output");
     Say(what + "; starting it again in " + PauseText(pause));
+}
+
+void OnDemand::Close(std::int64_t now) noexcept {
+    if (!m_process) {
+        return;
+    }
+    if (m_flow) {
+        DropFlow();
+        m_process->Close();
+    }
+    m_endDeadline = std::min(m_endDeadline.value_or(now + kLastEndPatience), now + kLastEndPatience);
+}
+
+void OnDemand::AwaitEnd() const noexcept {
+    if (m_process && m_endDeadline) {
+        const std::int64_t left = (*m_endDeadline - SteadyTicks()) / kTicksPerMs;
+        m_process->WaitForExit(static_cast<DWORD>(std::max<std::int64_t>(left, 0)));
+    }
 }
 
 void OnDemand::Start(std::int64_t now) {

@@ -29,6 +29,13 @@ public:
     /// The flow has failed or ended although somebody watches.
     void FlowEnded(std::int64_t now);
 
+    /// The program ends: closes the output of a command that still runs, which may then put its things in order.
+    void Close(std::int64_t now) noexcept;
+
+    /// After Close: waits until the command has ended, at most a fraction of a second from Close on. What then still
+    /// runs is ended with this object.
+    void AwaitEnd() const noexcept;
+
     std::uint64_t Starts() const noexcept { return m_starts; }
     std::uint64_t ClockRestarts() const noexcept { return m_clockRestarts + (m_flow ? m_flow->ClockRestarts() : 0); }
 

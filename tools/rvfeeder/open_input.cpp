@@ -28,7 +28,10 @@ std::function<std::unique_ptr<PictureReader>()> InputOpener(InputOptions options
 }
 
 bool IsLive(const InputOptions& options) noexcept {
-    return !options.testCard && (options.path == kStandardInputPath || IsNamedPipePath(options.path));
+    if (options.path == kStandardInputPath) {
+        return !IsStandardInputAFile();
+    }
+    return !options.testCard && IsNamedPipePath(options.path);
 }
 
 }  // namespace ravlo

@@ -18,8 +18,8 @@ std::unique_ptr<PictureReader> OpenInput(const InputOptions& options, const Inpu
 /// Opens the same input as often as it is called, for --loop; notes go to the user with the first opening only.
 std::function<std::unique_ptr<PictureReader>()> InputOpener(InputOptions options);
 
-/// True for an input that goes on whether or not it is read, standard input and named pipes: while nobody looks its
-/// pictures must be read and dropped. Files, still pictures and the test card can wait.
+/// True for an input that goes on whether or not it is read, named pipes and standard input unless that is a file: while
+/// nobody looks its pictures must be read and dropped. Files, still pictures and the test card can wait.
 bool IsLive(const InputOptions& options) noexcept;
 
 }  // namespace ravlo

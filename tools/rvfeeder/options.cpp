@@ -1,14 +1,13 @@
 #include "rvfeeder/options.h"
 
-
 #include "common/clock.h"
 #include "common/parse_text.h"
 
 namespace ravlo {
 namespace {
 
-/// A write cannot be taken back, so this is also how long Ctrl+C may have to wait.
-constexpr std::int64_t kLongestWriteMs = 900;
+/// A write cannot be taken back, so Ctrl+C may have to wait as long, and the last report after it takes its own time.
+constexpr std::int64_t kLongestWriteMs = 600;
 constexpr const char* kDefaultPipe = "\\\\.\\pipe\\Ravlo";
 constexpr double kDefaultIdleAfterSeconds = 2;
 /// The camera counts its idle time up to an hour.
@@ -34,7 +33,7 @@ void FeederOptionSet::Declare(OptionSet& options) {
     options.Decimal("--timeout", "SECONDS", m_timeoutSeconds, 0.1, kMostSeconds,
                     "Give up after this time without a camera (default: never)");
     options.Number("--write-timeout-ms", "MS", m_writeTimeoutMs, 1, kLongestWriteMs,
-                   "Longest time one frame may take to send, up to 900 (default 500)");
+                   "Longest time one frame may take to send, up to 600 (default 500)");
     options.Group("Demand");
     options.Decimal("--idle-after", "SECONDS", m_idleAfterSeconds, kShortestIdleAfterSeconds, kLongestIdleAfterSeconds,
                     "Rest when the camera was asked for no sample for this time, 0.5 to 3000 (default 2)");

@@ -71,7 +71,7 @@ PictureFlow::Step PictureFlow::Judge(std::int64_t now, bool wanted) {
         Discard();  // read past a moment ago; whoever has just begun to look need not wait for its time
         return {Kind::Drained};
     }
-    const FrameStep step = m_clock->Judge(now, m_frame->arrived);
+    const FrameStep step = m_clock->Judge(now, {m_frame->asked, m_frame->arrived});
     if (step.kind == FrameStep::Kind::Wait) {
         return {Kind::Wait, step.wait};
     }

@@ -33,13 +33,17 @@ struct PictureInput::Shared {
 namespace {
 
 /// Fills the queue from one pass over the input. False when the queue was closed; `pictures` counts what was read.
-bool ReadThrough(PictureReader& reader, FrameQueue& queue, std::uint64_t& pictures) {
+/// `asked` is when the next picture was asked for, 0 before it has been: opening the input again is a part of the time
+/// that it takes to bring the first picture of a round.
+bool ReadThrough(PictureReader& reader, FrameQueue& queue, std::uint64_t& pictures, std::int64_t& asked) {
     QueuedFrame frame;
     while (queue.TakeEmpty(frame)) {
+        asked = asked == 0 ? SteadyTicks() : asked;
         if (!(frame.skipped ? reader.SkipPicture(frame.nv12) : reader.ReadPicture(frame.nv12))) {
             queue.PutEmpty(std::move(frame));
             return true;
         }
+        frame.asked = std::exchange(asked, 0);
         frame.arrived = SteadyTicks();
         queue.PutFilled(std::move(frame));
         ++pictures;
@@ -105,7 +109,8 @@ void PictureInput::Run(const std::shared_ptr<Shared>& shared, const Opener& open
         }
         shared->Announce(State::Open, {});
         std::uint64_t pictures = 0;
-        while (ReadThrough(*reader, *queue, pictures) && loop && pictures != 0) {
+        std::int64_t asked = 0;
+        while (ReadThrough(*reader, *queue, pictures, asked) && loop && pictures != 0) {
             pictures = 0;
             reader = opener();
             // The buffers in the queue and the stream of the camera have the size of the first round.

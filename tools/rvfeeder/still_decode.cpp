@@ -1,10 +1,12 @@
 #include "rvfeeder/still_decode.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "rvfeeder/byte_source.h"
 #include "rvfeeder/camera_limits.h"
@@ -42,6 +44,30 @@ constexpr int kComponents = 4;
                      (reason == nullptr ? "no reason given" : reason) + "); save it again as 8-bit PNG");
 }
 
+std::uint32_t BigEndian32(const std::uint8_t* bytes) noexcept {
+    return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 | std::uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+void RequireSizeForCamera(std::uint32_t width, std::uint32_t height) {
+    if (const auto unfit = WhyNoPictureSize(width, height)) {
+        throw InputError(*unfit);
+    }
+    if (const auto beyond = WhyBeyondCamera({width, height, 1, 1})) {
+        throw InputError(*beyond);
+    }
+}
+
+/// Some versions of the decoder refuse a large PNG before they tell its size, which is what the user should hear.
+void RequirePngSizeForCamera(std::span<const std::uint8_t> file) {
+    // Eight bytes of signature; length and type of the first chunk; width and height.
+    constexpr std::size_t kTypeAt = 12;
+    constexpr std::size_t kSizeAt = 16;
+    constexpr std::string_view kHeaderType = "IHDR";
+    if (file.size() >= kSizeAt + 8 && std::equal(kHeaderType.begin(), kHeaderType.end(), file.begin() + kTypeAt)) {
+        RequireSizeForCamera(BigEndian32(file.data() + kSizeAt), BigEndian32(file.data() + kSizeAt + 4));
+    }
+}
+
 /// Drops the alpha component after weighing the others with it.
 std::vector<std::uint8_t> OverBlack(std::span<const std::uint8_t> rgba) {
     std::vector<std::uint8_t> rgb(rgba.size() / kComponents * 3);
@@ -68,6 +94,9 @@ StillImage DecodeStill(std::span<const std::uint8_t> file) {
     if (state == JpegState::Damaged) {
         RefuseDamage(format, "bad segments");
     }
+    if (kind == InputKind::Png) {
+        RequirePngSizeForCamera(file);
+    }
     const int length = static_cast<int>(file.size());
     int width = 0;
     int height = 0;
@@ -76,12 +105,7 @@ StillImage DecodeStill(std::span<const std::uint8_t> file) {
         RefuseDamage(format, "unreadable header");
     }
     const FrameGeometry geometry{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height), 1, 1};
-    if (const auto unfit = WhyNoPictureSize(geometry.width, geometry.height)) {
-        throw InputError(*unfit);
-    }
-    if (const auto beyond = WhyBeyondCamera(geometry)) {
-        throw InputError(*beyond);
-    }
+    RequireSizeForCamera(geometry.width, geometry.height);
     if (state == JpegState::CutShort) {
         throw InputError("the JPEG picture is cut short: its end is missing");
     }
@@ -92,7 +116,8 @@ StillImage DecodeStill(std::span<const std::uint8_t> file) {
         RefuseDamage(format, stbi_failure_reason());
     }
     const std::size_t bytes = std::size_t{geometry.width} * geometry.height * kComponents;
-    return {geometry.width, geometry.height, OverBlack({pixels.get(), bytes})};
+    const bool isTurned = kind == InputKind::Jpeg && JpegOrientation(file) != 1;
+    return {geometry.width, geometry.height, isTurned, OverBlack({pixels.get(), bytes})};
 }
 
 }  // namespace ravlo

@@ -10,6 +10,7 @@ namespace ravlo {
 struct StillImage {
     std::uint32_t width;
     std::uint32_t height;
+    bool isTurned;  ///< its file says that it is to be turned or mirrored before it is shown, which it is not yet
     std::vector<std::uint8_t> rgb;
 };
 

@@ -38,6 +38,7 @@ std::vector<std::uint8_t> ReadAll(ByteSource& source) {
 StillReader::StillReader(ByteSource& source, const NumberPair& rate) {
     const StillImage image = DecodeStill(ReadAll(source));
     m_geometry = {image.width, image.height, rate.first, rate.second};
+    m_isTurned = image.isTurned;
     m_nv12.resize(FrameBytes(m_geometry));
     RgbToNv12(image.rgb, m_geometry, m_nv12);
 }

@@ -19,8 +19,12 @@ public:
     const FrameGeometry& Geometry() const noexcept override { return m_geometry; }
     bool ReadPicture(std::span<std::uint8_t> nv12) override;
 
+    /// True when the file wants its picture turned or mirrored; it is shown as it is stored.
+    bool IsTurned() const noexcept { return m_isTurned; }
+
 private:
     FrameGeometry m_geometry{};
+    bool m_isTurned = false;
     std::vector<std::uint8_t> m_nv12;
 };
 

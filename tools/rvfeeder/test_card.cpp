@@ -138,10 +138,17 @@ void TestCard::DrawRamp(TestCardCanvas& canvas, const CanvasBox& box) const noex
 }
 
 void TestCard::DrawTitle(TestCardCanvas& canvas) const {
-    const std::string title = TestCardTitle(m_geometry);
+    std::string title = TestCardTitle(m_geometry);
     const std::size_t stampWidth = std::size_t{TestCardStampCell(m_geometry)} * kStampColumns;
     const std::size_t room = m_geometry.width - stampWidth;
-    const std::size_t dot = DotFor(title.size(), room * 9 / 10, m_layout.bars * 3 / 4);
+    std::size_t dot = DotFor(title.size(), room * 9 / 10, m_layout.bars * 3 / 4);
+    if (dot == 0) {
+        dot = DotFor(title.size(), room, m_layout.bars);  // without a margin
+    }
+    if (dot == 0) {
+        title.resize(title.find(' '));  // without the rate
+        dot = DotFor(title.size(), room, m_layout.bars);
+    }
     const std::size_t width = TestCardCanvas::TextColumns(title.size()) * dot;
     canvas.WriteText(stampWidth + (room - width) / 2, (m_layout.bars - TestCardCanvas::kTextRows * dot) / 2, dot, title,
                      kCodeWhite.luma);

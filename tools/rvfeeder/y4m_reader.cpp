@@ -244,11 +244,14 @@ bool Y4mReader::ReadPictureMarker() {
         throw InputError("the Y4M stream is damaged: no FRAME marker where picture " + std::to_string(m_pictures + 1) +
                          " should begin");
     };
-    if (got < magic.size() || !std::equal(magic.begin(), magic.end(), kPictureMagic.begin())) {
+    if (!std::equal(magic.begin(), magic.begin() + static_cast<std::ptrdiff_t>(got), kPictureMagic.begin())) {
         refuse();
     }
     std::uint8_t byte = 0;
-    for (std::size_t i = 0; i < kMaxLineBytes && m_source->ReadFully(&byte, 1) == 1; ++i) {
+    for (std::size_t i = 0; i < kMaxLineBytes; ++i) {
+        if (got < magic.size() || m_source->ReadFully(&byte, 1) == 0) {
+            RefuseCutPicture();
+        }
         if (byte == '\n') {
             return true;  // parameters of a single picture change nothing for the camera
         }

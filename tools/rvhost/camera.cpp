@@ -3,9 +3,8 @@
 #include <mfapi.h>
 #include <unknwn.h>
 
-#include <array>
-#include <cstdio>
-
+#include "common/parse_text.h"
+#include "common/result_text.h"
 #include "common/wide_text.h"
 #include "ravlo/ids.h"
 
@@ -15,14 +14,13 @@ namespace {
 constexpr DWORD kFirstVideoStream = static_cast<DWORD>(MF_SOURCE_READER_FIRST_VIDEO_STREAM);
 
 std::string WithResult(const std::string& what, HRESULT hr) {
-    std::array<char, 16> number{};
-    std::snprintf(number.data(), number.size(), "0x%08lX", static_cast<unsigned long>(hr));
-    return what + " (" + number.data() + ")";
+    return what + ": " + ResultText(hr);
 }
 
+/// For what fails inside a camera that is installed.
 void Check(HRESULT hr, const char* what) {
     if (FAILED(hr)) {
-        throw ProgramError(ExitCode::Failure, WithResult(what, hr));
+        throw ProgramError(ExitCode::Failure, WithResult(what, hr) + "; rvsetup doctor tells what is wrong");
     }
 }
 
@@ -43,7 +41,7 @@ ComPtr<IMFActivate> CreateRegistered() {
                            "--dll");
     }
     CheckInstalled(hr, "the camera is registered but cannot be created",
-                   ": run rvsetup install again; rvsetup doctor tells what is wrong");
+                   "; run rvsetup install again; rvsetup doctor tells what is wrong");
     return activate;
 }
 
@@ -60,14 +58,14 @@ std::wstring FullPath(const std::string& text) {
 }
 
 ComPtr<IMFActivate> CreateFromDll(const std::string& file) {
-    constexpr const char* kAdvice = ": give the path of rvmediasource.dll, or run rvsetup install and leave --dll out";
+    constexpr const char* kAdvice = "; give the path of rvmediasource.dll, or run rvsetup install and leave --dll out";
     const std::wstring path = FullPath(file);
     const std::string name = ToUtf8(path);
     // Never unloaded: the reader may let go of the last objects on threads of its own.
     const HMODULE module = LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     if (module == nullptr) {
-        throw ProgramError(ExitCode::NotInstalled,
-                           "cannot load " + name + ", " + SystemErrorText(GetLastError()) + kAdvice);
+        const DWORD error = GetLastError();
+        throw ProgramError(ExitCode::NotInstalled, "cannot load " + name + ": " + SystemErrorText(error) + kAdvice);
     }
     const auto getClassObject = reinterpret_cast<decltype(&DllGetClassObject)>(
         reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
@@ -81,11 +79,6 @@ ComPtr<IMFActivate> CreateFromDll(const std::string& file) {
     ComPtr<IMFActivate> activate;
     Check(factory->CreateInstance(nullptr, IID_PPV_ARGS(activate.Put())), "the camera cannot be created");
     return activate;
-}
-
-std::wstring GeometryText(const FrameGeometry& geometry) {
-    return std::to_wstring(geometry.width) + L"x" + std::to_wstring(geometry.height) + L"@" +
-           std::to_wstring(geometry.rateNumerator) + L"/" + std::to_wstring(geometry.rateDenominator);
 }
 
 FrameGeometry ReadGeometry(IMFSourceReader& reader) {
@@ -130,7 +123,7 @@ Camera::Camera(const CameraOptions& options) {
     const ComPtr<IMFActivate> activate = options.dll.empty() ? CreateRegistered() : CreateFromDll(options.dll);
     CameraGuard guard(activate.Get());
     if (options.geometry) {
-        Check(activate->SetString(RV_GEOMETRY_ATTRIBUTE, GeometryText(*options.geometry).c_str()),
+        Check(activate->SetString(RV_GEOMETRY_ATTRIBUTE, ToWide(GeometryText(*options.geometry)).c_str()),
               "the geometry cannot be set");
     }
     if (!options.pipeName.empty()) {
@@ -143,8 +136,8 @@ Camera::Camera(const CameraOptions& options) {
     guard.Dismiss();
     m_geometry = ReadGeometry(*m_reader.Get());
     if (options.geometry && m_geometry != *options.geometry) {
-        throw ProgramError(ExitCode::Failure, "the camera did not take the requested geometry; it offers " +
-                                                  ToUtf8(GeometryText(m_geometry)));
+        throw ProgramError(ExitCode::Failure,
+                           "the camera did not take the requested geometry; it offers " + GeometryText(m_geometry));
     }
 }
 
@@ -155,7 +148,7 @@ ComPtr<IMFSample> Camera::ReadSample() {
     Check(m_reader->ReadSample(kFirstVideoStream, 0, nullptr, &flags, &time, sample.Put()),
           "the camera's stream has failed");
     if ((flags & (MF_SOURCE_READERF_ERROR | MF_SOURCE_READERF_ENDOFSTREAM)) != 0) {
-        throw ProgramError(ExitCode::Failure, "the camera's stream has ended");
+        throw ProgramError(ExitCode::Failure, "the camera's stream has ended; rvsetup doctor tells what is wrong");
     }
     return sample;
 }

@@ -12,10 +12,6 @@ namespace {
 
 constexpr std::size_t kHistogramColumns = 40;
 
-double Ms(std::int64_t ticks) noexcept {
-    return static_cast<double>(ticks) / static_cast<double>(kTicksPerMs);
-}
-
 template <class... Values>
 std::string Print(const char* format, Values... values) {
     std::array<char, 256> text{};

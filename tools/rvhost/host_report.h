@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "common/clock.h"
 #include "rvhost/delay_distribution.h"
 #include "stream/geometry.h"
 
@@ -50,6 +51,11 @@ struct HostReport {
     std::uint64_t droppedPictures = 0;
     std::optional<Y4mReport> y4m;
 };
+
+/// Units of 100 ns in milliseconds.
+constexpr double Ms(std::int64_t ticks) noexcept {
+    return static_cast<double>(ticks) / static_cast<double>(kTicksPerMs);
+}
 
 /// The summary for people: a block of lines.
 std::string ReportText(const HostReport& report);

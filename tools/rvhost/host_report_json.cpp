@@ -2,17 +2,12 @@
 
 #include <nlohmann/json.hpp>
 
-#include "common/clock.h"
 #include "rvhost/host_report.h"
 
 namespace ravlo {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-double Ms(std::int64_t ticks) noexcept {
-    return static_cast<double>(ticks) / static_cast<double>(kTicksPerMs);
-}
 
 double Rounded(double value, double steps) noexcept {
     return std::round(value * steps) / steps;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -12,6 +13,7 @@
 #include "common/clock.h"
 #include "common/console.h"
 #include "common/messages.h"
+#include "common/report_writer.h"
 #include "rvhost/output_paths.h"
 #include "rvhost/sample_puller.h"
 
@@ -20,24 +22,35 @@ namespace {
 
 constexpr DWORD kLookUpMs = 250;
 constexpr std::int64_t kReportPeriod = kTicksPerSecond;
-/// What the pulling thread gets to finish in order once it was told to stop. Ctrl+C means at once.
-constexpr DWORD kFarewellMs = 5000;
-constexpr DWORD kInterruptedFarewellMs = 700;
+/// What the pulling thread gets to come back and finish in order once it was told to stop, and after that, whoever
+/// completes the files. Ctrl+C means at once.
+struct Patience {
+    DWORD comeBackMs;
+    DWORD filesMs;
+};
+constexpr Patience kFarewell{2000, 5000};
+constexpr Patience kInterruptedFarewell{200, 500};
+/// Between two looks whether the user would rather not wait for the reader of standard output.
+constexpr std::chrono::milliseconds kReaderPatience{300};
 
 enum class Ending { Finished, Interrupted, WindowClosed, Silent, OutputGone };
 
-bool WriteReport(const SamplePuller& puller, bool asJson, bool isFinal) {
-    const auto report = puller.Report();
-    return !report || WriteOutput(asJson ? ReportJson(*report, isFinal) : ReportText(*report));
+void PutReport(ReportWriter& output, const SamplePuller& puller, bool asJson, bool isFinal) {
+    if (const auto report = puller.Report()) {
+        output.Put(asJson ? ReportJson(*report, isFinal) : ReportText(*report));
+    }
 }
 
 /// Tells the user how the run goes: a line on the console, and JSON for a program.
 class Progress {
 public:
-    Progress(const SamplePuller& puller, bool json)
-        : m_puller(puller), m_json(json), m_hasStatus(IsErrorConsole() && !(json && IsOutputConsole())) {}
+    Progress(const SamplePuller& puller, ReportWriter& output, bool json)
+        : m_puller(puller),
+          m_output(output),
+          m_json(json),
+          m_hasStatus(IsErrorConsole() && !(json && IsOutputConsole())) {}
 
-    /// Call it a few times a second. False when standard output takes nothing any more.
+    /// Call it a few times a second. False when nobody reads standard output any more.
     bool Tell() {
         if (m_hasStatus) {
             if (const auto report = m_puller.Report()) {
@@ -45,15 +58,16 @@ public:
             }
         }
         const std::int64_t now = SteadyTicks();
-        if (!m_json || now < m_nextJson) {
-            return true;
+        if (m_json && now >= m_nextJson) {
+            m_nextJson = std::max(m_nextJson + kReportPeriod, now);  // on the second, but no burst after a standstill
+            PutReport(m_output, m_puller, true, false);
         }
-        m_nextJson = std::max(m_nextJson + kReportPeriod, now);  // on the second, but no burst after a standstill
-        return WriteReport(m_puller, true, false);
+        return !m_output.IsReaderGone();
     }
 
 private:
     const SamplePuller& m_puller;
+    ReportWriter& m_output;
     const bool m_json;
     const bool m_hasStatus;
     std::int64_t m_nextJson = SteadyTicks() + kReportPeriod;
@@ -87,7 +101,47 @@ std::string WhyNotStart(const HostOptions& options) {
 }
 
 bool WritesAtTheEnd(const HostOptions& options) {
-    return options.WantsPictures() || !options.snapshot.empty() || !options.y4m.empty();
+    return options.WantsPictures() || !options.snapshot.empty() || !options.y4m.empty() || !options.samplesCsv.empty();
+}
+
+/// Ends the run. False when the files could not be completed in time.
+bool StopPulling(const std::shared_ptr<SamplePuller>& puller, bool isInterrupted) {
+    const Patience patience = isInterrupted ? kInterruptedFarewell : kFarewell;
+    puller->Stop(isInterrupted ? Haste::Now : Haste::Soon);
+    if (WaitForSingleObject(puller->FinishedEvent(), patience.comeBackMs) == WAIT_OBJECT_0) {
+        return true;
+    }
+    // It may sit in a read that lasts, but what has come is complete. On a thread of its own: a disk may be stuck too.
+    std::thread([puller] { puller->FinishInstead(); }).detach();
+    return WaitForSingleObject(puller->FinishedEvent(), patience.filesMs) == WAIT_OBJECT_0;
+}
+
+/// Waits until the reader of standard output has taken everything, or the user has had enough. False in that case, and
+/// when there is no reader any more.
+bool Deliver(ReportWriter& output, const Interrupt& interrupt) {
+    bool isTaken = output.Flush(kReaderPatience);
+    while (!isTaken && !interrupt.IsRaised()) {
+        isTaken = output.Flush(kReaderPatience);
+    }
+    return isTaken && !output.IsReaderGone();
+}
+
+/// What went wrong besides what the pulling thread has told; Ok for nothing.
+ExitCode ConcludeEnding(Ending ending, const SamplePuller& puller, bool isDelivered) {
+    if (ending == Ending::Interrupted) {
+        Say("interrupted");
+        return ExitCode::Interrupted;
+    }
+    if (ending == Ending::Silent) {
+        Say("the camera has delivered nothing for " + std::to_string(puller.LongestSilence() / kTicksPerSecond) +
+            " seconds: rvsetup doctor tells what is wrong");
+        return ExitCode::Failure;
+    }
+    if (!isDelivered) {
+        Say("standard output takes nothing any more; is its reader gone?");
+        return ExitCode::Failure;
+    }
+    return ExitCode::Ok;
 }
 
 }  // namespace
@@ -101,30 +155,22 @@ ExitCode RunHost(const HostOptions& options, const Interrupt& interrupt) {
     const auto puller = std::make_shared<SamplePuller>(options);
     // Detached with a share of its own: a read that never returns cannot be taken back.
     std::thread([puller] { puller->Run(); }).detach();
-    const Ending ending = Watch(*puller, interrupt, Progress(*puller, options.json));
-    puller->Stop();
-    const DWORD patience = ending == Ending::WindowClosed ? kFarewellMs : kInterruptedFarewellMs;
-    const bool finished = WaitForSingleObject(puller->FinishedEvent(), patience) == WAIT_OBJECT_0;
+    ReportWriter output([](const std::string& text) { return WriteOutput(text); });
+    const Ending ending = Watch(*puller, interrupt, Progress(*puller, output, options.json));
+    const bool isComplete = ending == Ending::Finished || StopPulling(puller, ending == Ending::Interrupted);
     ClearStatus();
-    const bool written = WriteReport(*puller, options.json, true);
+    PutReport(output, *puller, options.json, true);
+    const bool isDelivered = Deliver(output, interrupt);
     const ExitCode code = puller->Conclude();
-    if (!finished && WritesAtTheEnd(options)) {
+    if (!isComplete && WritesAtTheEnd(options)) {
         Say("there was no time to finish: files may be incomplete");
     }
-    if (ending == Ending::Interrupted) {
-        Say("interrupted");
-        return ExitCode::Interrupted;
+    const bool hadEnough = !isDelivered && interrupt.IsRaised();
+    const ExitCode endingCode = ConcludeEnding(hadEnough ? Ending::Interrupted : ending, *puller, isDelivered);
+    if (endingCode != ExitCode::Ok) {
+        return endingCode;
     }
-    if (ending == Ending::Silent) {
-        Say("the camera has delivered nothing for " + std::to_string(puller->LongestSilence() / kTicksPerSecond) +
-            " seconds");
-        return ExitCode::Failure;
-    }
-    if (ending == Ending::OutputGone || !written) {
-        Say("standard output takes nothing any more; is its reader gone?");
-        return ExitCode::Failure;
-    }
-    return code == ExitCode::Ok && !finished ? ExitCode::Failure : code;
+    return code == ExitCode::Ok && !isComplete ? ExitCode::Failure : code;
 }
 
 }  // namespace ravlo

@@ -90,6 +90,13 @@ void ConvertNv12ToRgb(std::span<const std::uint8_t> nv12, const FrameGeometry& g
     Convert<RgbWriter>(nv12, geometry, rgb);
 }
 
+RgbImage ConvertNv12ToRgb(std::span<const std::uint8_t> nv12, const FrameGeometry& geometry) {
+    RgbImage image{geometry.width, geometry.height, {}};
+    image.pixels.resize(std::size_t{image.width} * image.height * 3);
+    ConvertNv12ToRgb(nv12, geometry, image.pixels);
+    return image;
+}
+
 void ConvertNv12ToBgrx(std::span<const std::uint8_t> nv12, const FrameGeometry& geometry,
                        std::span<std::uint8_t> bgrx) {
     Convert<BgrxWriter>(nv12, geometry, bgrx);

@@ -50,13 +50,16 @@ void DeclareCamera(OptionSet& set, RawOptions& raw, HostOptions& options) {
 void DeclarePictures(OptionSet& set, RawOptions& raw, HostOptions& options) {
     set.Group("Pictures");
     set.Flag("--preview", options.preview, "Show the stream in a window; closing it ends rvhost");
-    set.Text("--snapshot", "FILE", options.snapshot,
-             "Write the last sample of the run, in full size, into this PNG file at the end");
+    set.Text(
+        "--snapshot", "FILE", options.snapshot,
+        "Write the last sample of the run, in full size, into this PNG file at the end; with --every, every Nth one "
+        "too, beside it, such as last-000031.png");
     set.Text("--pictures", "FOLDER", options.pictureDirectory, "Write small PNG pictures into this folder");
     set.Text("--contact-sheet", "FILE", options.contactSheet,
              "Write the small pictures, up to 600 of them, side by side into this PNG file");
-    set.Number("--every", "N", raw.everySamples, 1, 1000000000,
-               "Make a small picture of every Nth sample, the first one included");
+    set.Number(
+        "--every", "N", raw.everySamples, 1, 1000000000,
+        "Make a picture of every Nth sample, the first one included: a small one, or with --snapshot in full size");
     set.Number("--every-ms", "MS", raw.everyMs, 1, 3600000,
                "Make a small picture each time so many milliseconds have passed (default 1000)");
     set.Number("--picture-width", "PIXELS", raw.pictureWidth, 16, 4096, "Width of a small picture (default 320)");
@@ -88,8 +91,10 @@ std::optional<std::string> Interpret(const RawOptions& raw, HostOptions& options
         return "--every counts samples and --every-ms counts time: give one of them";
     }
     if (!options.WantsPictures()) {
-        const std::pair<bool, const char*> needless[] = {{raw.everySamples != 0, "--every"},
-                                                         {raw.everyMs != 0, "--every-ms"},
+        if (raw.everySamples != 0 && options.snapshot.empty()) {
+            return "--every says which samples become pictures: give --snapshot, --pictures or --contact-sheet as well";
+        }
+        const std::pair<bool, const char*> needless[] = {{raw.everyMs != 0, "--every-ms"},
                                                          {raw.pictureWidth != 0, "--picture-width"}};
         for (const auto& [given, name] : needless) {
             if (given) {
@@ -127,7 +132,7 @@ std::vector<OutputFile> HostOptions::OutputFiles() const {
 
 std::optional<ExitCode> ReadOptions(std::vector<std::string> arguments, HostOptions& options) {
     // An empty path would silently mean "not wanted".
-    if (std::find(arguments.begin() + 1, arguments.end(), std::string()) != arguments.end()) {
+    if (std::find(arguments.begin() + (arguments.empty() ? 0 : 1), arguments.end(), std::string()) != arguments.end()) {
         return WrongUsage("an argument is empty; is a variable of your script not set?");
     }
     CommandLine commandLine("rvhost", kSummary, kExamples);

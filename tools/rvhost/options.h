@@ -32,6 +32,9 @@ struct HostOptions {
 
     bool WantsPictures() const noexcept { return !pictureDirectory.empty() || !contactSheet.empty(); }
 
+    /// Whether every so many samples one is kept in full size, beside the snapshot.
+    bool WantsSeries() const noexcept { return !snapshot.empty() && pictureEverySamples.has_value(); }
+
     /// The files that will be written, wanted or not; the folder of the pictures is not among them.
     std::vector<OutputFile> OutputFiles() const;
 };

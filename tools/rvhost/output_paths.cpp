@@ -1,10 +1,14 @@
 #include "rvhost/output_paths.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <ios>
 #include <system_error>
+
+#include "common/binary_file.h"
 
 namespace ravlo {
 namespace {
@@ -15,12 +19,31 @@ fs::path FromUtf8(const std::string& text) {
     return {std::u8string(text.begin(), text.end())};
 }
 
-/// Whether a file can be made there; it is gone afterwards.
-bool CanMake(const fs::path& path) {
-    const bool made = std::ofstream(path, std::ios::binary | std::ios::app).is_open();
-    std::error_code ignored;
-    fs::remove(path, ignored);
+/// Whether a file can be made beside `path`; it is gone afterwards. The name is not the file's own, because others may
+/// take the file's appearance for a sign that the camera runs.
+bool CanMakeBeside(const fs::path& path) {
+    const fs::path trial = UnusedPartPath(path);
+    const bool made = std::ofstream(trial, std::ios::binary | std::ios::app).is_open();
+    if (made) {
+        std::error_code ignored;
+        fs::remove(trial, ignored);
+    }
     return made;
+}
+
+/// What Windows takes for a device wherever it lies and whatever its extension is.
+bool IsDeviceName(const fs::path& path) {
+    const std::u8string text = path.filename().u8string();
+    std::string name(text.begin(), text.end());
+    name.resize(std::min(name.find('.'), name.size()));
+    name.resize(name.find_last_not_of(' ') + 1);
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    constexpr std::array kDevices{"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"};
+    if (std::find(kDevices.begin(), kDevices.end(), name) != kDevices.end()) {
+        return true;
+    }
+    return name.size() == 4 && (name.starts_with("COM") || name.starts_with("LPT")) && name[3] >= '0' && name[3] <= '9';
 }
 
 /// The folder that a file lies in.
@@ -38,6 +61,9 @@ std::string WhyNotWritable(const OutputFile& file) {
     if (!path.has_filename()) {
         return problem + "it names no file";
     }
+    if (IsDeviceName(path)) {
+        return problem + "that name belongs to a device; choose another one";
+    }
     if (!fs::is_directory(FolderOf(path), ignored)) {
         return problem + "its folder does not exist; make it first";
     }
@@ -45,10 +71,7 @@ std::string WhyNotWritable(const OutputFile& file) {
         const bool opens = std::ofstream(path, std::ios::binary | std::ios::app).is_open();
         return opens ? std::string() : problem + "it is write-protected or in use; choose another name";
     }
-    // A name of its own, because others may take the file's appearance for a sign that the camera runs.
-    fs::path trial = path;
-    trial += ".part";
-    return CanMake(trial) ? std::string() : problem + "its folder takes no new files; choose another one";
+    return CanMakeBeside(path) ? std::string() : problem + "its folder takes no new files; choose another one";
 }
 
 }  // namespace
@@ -65,13 +88,16 @@ std::string WhyNotWritable(const std::vector<OutputFile>& files) {
 
 std::string WhyNoOutputFolder(const std::string& path) {
     const fs::path folder = FromUtf8(path);
+    if (IsDeviceName(folder)) {
+        return "cannot create the folder " + path + ": that name belongs to a device; choose another one";
+    }
     std::error_code failed;
     fs::create_directories(folder, failed);
     if (!fs::is_directory(folder, failed)) {
         return "cannot create the folder " + path + ": a part of its path is a file, or its drive takes no folders";
     }
-    return CanMake(folder / ".rvhost.part") ? std::string()
-                                            : "cannot write into the folder " + path + "; choose another one";
+    return CanMakeBeside(folder / "picture.png") ? std::string()
+                                                 : "cannot write into the folder " + path + "; choose another one";
 }
 
 std::string WhySameFile(const std::vector<OutputFile>& files) {

@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <new>
 #include <system_error>
 #include <utility>
+
+#include "rvhost/nv12_rgb.h"
 
 namespace ravlo {
 namespace {
@@ -28,6 +31,17 @@ std::string FileName(PictureNaming naming, const PictureTag& tag) {
                       static_cast<int>(tag.elapsedMs % 1000), PictureKindWord(tag.kind));
     }
     return name.data();
+}
+
+/// "last.png" becomes "last-000031.png".
+std::string SeriesName(const std::string& file, std::uint64_t sample) {
+    const std::size_t slash = file.find_last_of("/\\");
+    const std::size_t begin = slash == std::string::npos ? 0 : slash + 1;
+    const std::size_t dot = file.rfind('.');
+    const std::size_t end = dot == std::string::npos || dot <= begin ? file.size() : dot;
+    std::array<char, 32> number{};
+    std::snprintf(number.data(), number.size(), "-%06llu", static_cast<unsigned long long>(sample));
+    return file.substr(0, end) + number.data() + file.substr(end);
 }
 
 std::string Label(const PictureTag& tag) {
@@ -80,7 +94,7 @@ bool PictureWorker::Offer(std::span<const std::uint8_t> nv12, const PictureTag& 
     return true;
 }
 
-void PictureWorker::Finish(PngEffort effort) noexcept {
+void PictureWorker::Finish() noexcept {
     {
         const std::lock_guard lock(m_mutex);
         m_finishing = true;
@@ -88,7 +102,7 @@ void PictureWorker::Finish(PngEffort effort) noexcept {
     }
     m_thread.join();
     try {
-        WriteContactSheet(effort);
+        WriteContactSheet();
     } catch (const std::bad_alloc&) {
         KeepError(kNoMemory);
     } catch (const std::exception& error) {
@@ -141,9 +155,18 @@ void PictureWorker::WriteOffered() {
 }
 
 void PictureWorker::Write(const Job& job) {
+    if (!m_options.series.empty()) {
+        Save(SeriesName(m_options.series, job.tag.sample), ConvertNv12ToRgb(job.nv12, m_geometry));
+    }
+    if (!m_options.directory.empty() || !m_options.contactSheet.empty()) {
+        WriteSmall(job);
+    }
+}
+
+void PictureWorker::WriteSmall(const Job& job) {
     RgbImage picture = MakeThumbnail(job.nv12, m_geometry, m_options.thumbnailWidth);
     if (!m_options.directory.empty()) {
-        Save(m_options.directory + FileName(m_options.naming, job.tag), picture, PngEffort::Small);
+        Save(m_options.directory + FileName(m_options.naming, job.tag), picture);
     }
     if (!m_options.contactSheet.empty()) {
         const bool added = m_sheet.Add(std::move(picture), Label(job.tag),
@@ -152,18 +175,18 @@ void PictureWorker::Write(const Job& job) {
     }
 }
 
-void PictureWorker::WriteContactSheet(PngEffort effort) {
+void PictureWorker::WriteContactSheet() {
     if (m_options.contactSheet.empty() || m_sheet.IsEmpty()) {
         return;
     }
     std::array<char, 128> title{};
     std::snprintf(title.data(), title.size(), "%ux%u at %u/%u   green: live   orange: test pattern", m_geometry.width,
                   m_geometry.height, m_geometry.rateNumerator, m_geometry.rateDenominator);
-    Save(m_options.contactSheet, m_sheet.Draw(kSheetColumns, title.data()), effort);
+    Save(m_options.contactSheet, m_sheet.Draw(kSheetColumns, title.data()));
 }
 
-void PictureWorker::Save(const std::string& path, const RgbImage& image, PngEffort effort) {
-    if (!WritePng(path, image, effort)) {
+void PictureWorker::Save(const std::string& path, const RgbImage& image) {
+    if (!WritePng(path, image, m_effort.load())) {
         KeepError("cannot write " + path);
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +18,7 @@
 
 namespace ravlo {
 
-/// What the files of pictures are called.
+/// What the files of small pictures are called.
 enum class PictureNaming : std::uint8_t {
     ByTime,    ///< seconds since the start, such as 0012.340-live.png
     BySample,  ///< number of the sample, such as 000123-live.png
@@ -29,6 +30,8 @@ struct PictureOptions {
     std::string contactSheet;
     std::uint32_t thumbnailWidth;
     PictureNaming naming = PictureNaming::ByTime;
+    /// Pictures in full size lie beside this PNG file and are called after it and the sample's number: last-000031.png.
+    std::string series = {};
 };
 
 /// Which picture it is.
@@ -50,8 +53,11 @@ public:
     /// Copies one packed NV12 frame for writing. False, and counted, when all buffers are in use. Pulling thread.
     bool Offer(std::span<const std::uint8_t> nv12, const PictureTag& tag);
 
+    /// Any thread: pictures that are not written yet, and the contact sheet, are not compressed.
+    void Hurry() noexcept { m_effort.store(PngEffort::Quick); }
+
     /// Waits until everything offered is written, then writes the contact sheet. Call it once, after the last Offer.
-    void Finish(PngEffort effort = PngEffort::Small) noexcept;
+    void Finish() noexcept;
 
     std::uint64_t Dropped() const;
     /// Why a file could not be written, as a sentence; empty when all went well. Complete after Finish.
@@ -68,12 +74,14 @@ private:
     void Run() noexcept;
     void WriteOffered();
     void Write(const Job& job);
-    void WriteContactSheet(PngEffort effort);
-    void Save(const std::string& path, const RgbImage& image, PngEffort effort);
+    void WriteSmall(const Job& job);
+    void WriteContactSheet();
+    void Save(const std::string& path, const RgbImage& image);
     void KeepError(std::string sentence) noexcept;
 
     const PictureOptions m_options;
     const FrameGeometry m_geometry;
+    std::atomic<PngEffort> m_effort{PngEffort::Small};
     ContactSheet m_sheet;         ///< touched by the worker, and by others after the worker has ended
     std::uint64_t m_leftOut = 0;  ///< pictures for which the sheet had no room; touched like the sheet
 

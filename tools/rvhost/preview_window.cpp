@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "common/wide_text.h"
+#include "platform/unique_handle.h"
 #include "rvhost/preview_layout.h"
 #include "rvhost/preview_painter.h"
 #include "rvhost/preview_slot.h"
@@ -21,6 +22,8 @@ constexpr UINT kEnd = WM_APP;
 constexpr UINT_PTR kLookTimer = 1;
 /// The shortest period that the system offers for window timers, in ms.
 constexpr UINT kLookPeriodMs = 10;
+/// How long an ending Windows session is held back so that files are completed: the system waits five seconds.
+constexpr DWORD kFarewellMs = 4000;
 
 [[noreturn]] void ThrowNoWindow(DWORD error) {
     throw std::runtime_error("no window can be opened here: " + SystemErrorText(error));
@@ -88,9 +91,11 @@ private:
     void ShowNewest() noexcept;
     void Paint() noexcept;
     void Close() noexcept;
+    void EndSession() noexcept;
 
     const FrameGeometry m_geometry;
     const HANDLE m_closed;
+    const UniqueObject m_ending;  ///< signalled once the window is no longer needed
     std::atomic<bool> m_isClosed{false};
     PreviewSlot m_slot;
     HWND m_window = nullptr;  ///< constant once the constructor has returned
@@ -105,6 +110,7 @@ private:
 PreviewWindow::Thread::Thread(const FrameGeometry& geometry, const std::string& title, HANDLE closed)
     : m_geometry(geometry),
       m_closed(closed),
+      m_ending(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       m_slot(static_cast<std::size_t>(FrameBytes(geometry))),
       m_painter(geometry) {
     m_picture.nv12.resize(static_cast<std::size_t>(FrameBytes(geometry)));
@@ -120,6 +126,7 @@ PreviewWindow::Thread::Thread(const FrameGeometry& geometry, const std::string& 
 }
 
 PreviewWindow::Thread::~Thread() {
+    SetEvent(m_ending.Get());
     PostMessageW(m_window, kEnd, 0, 0);
     m_thread.join();
 }
@@ -175,14 +182,19 @@ void PreviewWindow::Thread::SizeAndShow() noexcept {
         const int frameWidth = outer.right - outer.left - inner.right;
         const int frameHeight = outer.bottom - outer.top - inner.bottom;
         const RECT& work = monitor.rcWork;
-        const int width = std::min<int>(work.right - work.left - frameWidth, static_cast<int>(m_geometry.width));
-        const int height = std::min<int>(work.bottom - work.top - frameHeight, static_cast<int>(m_geometry.height));
+        const bool isScreen = !IsRectEmpty(&work);
+        auto width = static_cast<int>(m_geometry.width);
+        auto height = static_cast<int>(m_geometry.height);
+        if (isScreen) {
+            width = std::min<int>(work.right - work.left - frameWidth, width);
+            height = std::min<int>(work.bottom - work.top - frameHeight, height);
+        }
         const PreviewRectangle picture = FitPicture(m_geometry.width, m_geometry.height, width, height);
         const int outerWidth = picture.width + frameWidth;
         const int outerHeight = picture.height + frameHeight;
         SetWindowPos(m_window, nullptr, work.left + (work.right - work.left - outerWidth) / 2,
                      work.top + (work.bottom - work.top - outerHeight) / 2, outerWidth, outerHeight,
-                     SWP_NOZORDER | SWP_NOACTIVATE);
+                     SWP_NOZORDER | SWP_NOACTIVATE | (isScreen ? 0U : UINT{SWP_NOMOVE}));
     }
     ShowWindow(m_window, SW_SHOWNORMAL);
     UpdateWindow(m_window);
@@ -224,6 +236,11 @@ LRESULT PreviewWindow::Thread::Handle(UINT message, WPARAM first, LPARAM second)
         case WM_CLOSE:
             Close();
             return 0;
+        case WM_ENDSESSION:
+            if (first != FALSE) {
+                EndSession();
+            }
+            return 0;
         case WM_DPICHANGED: {
             const RECT& wanted = *reinterpret_cast<const RECT*>(second);
             SetWindowPos(m_window, nullptr, wanted.left, wanted.top, wanted.right - wanted.left,
@@ -242,7 +259,8 @@ LRESULT PreviewWindow::Thread::Handle(UINT message, WPARAM first, LPARAM second)
 }
 
 void PreviewWindow::Thread::ShowNewest() noexcept {
-    if (IsClosed() || !m_slot.Take(m_picture)) {
+    // What nobody sees need not be converted.
+    if (IsClosed() || IsIconic(m_window) || !m_slot.Take(m_picture)) {
         return;
     }
     try {
@@ -269,6 +287,11 @@ void PreviewWindow::Thread::Close() noexcept {
         ShowWindow(m_window, SW_HIDE);
         SetEvent(m_closed);
     }
+}
+
+void PreviewWindow::Thread::EndSession() noexcept {
+    Close();
+    WaitForSingleObject(m_ending.Get(), kFarewellMs);  // the process may be ended as soon as this returns
 }
 
 PreviewWindow::PreviewWindow(const FrameGeometry& geometry, const std::string& title, HANDLE closed)

@@ -66,7 +66,20 @@ SamplePuller::SamplePuller(HostOptions options)
 
 void SamplePuller::Run() noexcept {
     Attempt(&SamplePuller::Pull);
-    Attempt(&SamplePuller::Finish);  // a camera that has failed has left pictures too
+    Attempt(&SamplePuller::FinishFiles);  // a camera that has failed has left pictures too
+    m_preview.reset();  // last: an ending Windows session waits for the window, and only as long as there is one
+    SetEvent(m_finished.Get());
+}
+
+void SamplePuller::Stop(Haste haste) noexcept {
+    m_stop.store(true);
+    if (SampleRecorder* const recorder = m_recorder.load()) {
+        recorder->Hurry(haste);
+    }
+}
+
+void SamplePuller::FinishInstead() noexcept {
+    Attempt(&SamplePuller::FinishFiles);
     SetEvent(m_finished.Get());
 }
 
@@ -94,13 +107,10 @@ void SamplePuller::Pull() {
     }
 }
 
-void SamplePuller::Finish() {
-    m_preview.reset();
+void SamplePuller::FinishFiles() {
     m_lastProgress.store(kNeverSilent);
-    if (m_owned) {
-        // Whoever stopped it waits.
-        const PngEffort effort = m_stop.load() ? PngEffort::Quick : PngEffort::Small;
-        for (const std::string& problem : m_owned->FinishFiles(effort)) {
+    if (SampleRecorder* const recorder = m_recorder.load()) {
+        for (const std::string& problem : recorder->FinishFiles()) {
             Fail(ExitCode::Failure, problem);
         }
     }
@@ -166,10 +176,7 @@ std::optional<HostReport> SamplePuller::Report() const {
 }
 
 ExitCode SamplePuller::Conclude() {
-    SampleRecorder* const recorder = m_recorder.load();
-    if (recorder != nullptr && !recorder->FlushCsv()) {
-        Fail(ExitCode::Failure, "cannot write " + m_options.samplesCsv);
-    }
+    const SampleRecorder* const recorder = m_recorder.load();
     const std::lock_guard lock(m_mutex);
     for (const std::string& problem : m_problems) {
         Say(problem);

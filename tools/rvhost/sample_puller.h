@@ -29,10 +29,14 @@ public:
     /// Opens the camera and pulls until the end. Sets FinishedEvent on return. Call once.
     void Run() noexcept;
 
-    /// Any thread: no sample after the current one.
-    void Stop() noexcept { m_stop.store(true); }
+    /// Any thread: no sample after the current one, and then the files are completed in `haste`.
+    void Stop(Haste haste) noexcept;
 
-    /// Signalled when Run has ended; all files are written then.
+    /// Any thread, after Stop: completes the files in place of a thread that does not come back from a read, and sets
+    /// FinishedEvent.
+    void FinishInstead() noexcept;
+
+    /// Signalled when all files are written; mostly Run has ended then.
     HANDLE FinishedEvent() const noexcept { return m_finished.Get(); }
 
     /// Signalled when the user has closed the preview.
@@ -47,14 +51,14 @@ public:
     /// Any thread: what was seen so far; nothing before the camera runs.
     std::optional<HostReport> Report() const;
 
-    /// Any thread: completes the file with a line a sample and reports every failure on standard error. The result is
-    /// Ok only for a run with samples and without any failure.
+    /// Any thread: reports every failure on standard error. The result is Ok only for a run with samples and without
+    /// any failure.
     ExitCode Conclude();
 
 private:
     void Attempt(void (SamplePuller::*step)()) noexcept;
     void Pull();
-    void Finish();
+    void FinishFiles();
     void Begin(const FrameGeometry& geometry);
     void OpenPreview(const FrameGeometry& geometry);
     bool IsEnough() const;

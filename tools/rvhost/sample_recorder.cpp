@@ -35,10 +35,11 @@ SampleRecorder::SampleRecorder(const HostOptions& options, const FrameGeometry& 
         }
         m_y4m = std::make_unique<Y4mRecorder>(std::move(file), options.y4m, geometry, kY4mQueueBytes);
     }
-    if (options.WantsPictures()) {
+    if (options.WantsPictures() || options.WantsSeries()) {
         m_pictures = std::make_unique<PictureWorker>(
             PictureOptions{options.pictureDirectory, options.contactSheet, options.pictureWidth,
-                           options.pictureEverySamples ? PictureNaming::BySample : PictureNaming::ByTime},
+                           options.pictureEverySamples ? PictureNaming::BySample : PictureNaming::ByTime,
+                           options.WantsSeries() ? options.snapshot : std::string()},
             geometry);
     }
     // Last, because others take the file's appearance for the sign that the camera runs.
@@ -55,22 +56,32 @@ PreviewFacts SampleRecorder::Take(const ArrivedSample& sample) {
         throw ProgramError(ExitCode::Failure, "a sample holds " + std::to_string(sample.bytes.size()) +
                                                   " bytes instead of " + std::to_string(FrameBytes(m_geometry)));
     }
+    const std::lock_guard taking(m_taking);
+    if (m_isFinished) {
+        return {};
+    }
+    const PictureKind kind = JudgePicture(sample.bytes, m_geometry);
+    Keep(sample, kind);
+    return Count(sample, kind);
+}
+
+PreviewFacts SampleRecorder::Count(const ArrivedSample& sample, PictureKind kind) {
+    const auto stamp = kind == PictureKind::Live ? ReadTestCardStamp(sample.bytes, m_geometry) : std::nullopt;
     PreviewFacts facts;
-    facts.kind = JudgePicture(sample.bytes, m_geometry);
-    Keep(sample, facts.kind);
-    const auto stamp = facts.kind == PictureKind::Live ? ReadTestCardStamp(sample.bytes, m_geometry) : std::nullopt;
-    const std::lock_guard lock(m_mutex);
-    const SampleRecord record = m_statistics.Add(sample.arrival.sampleClock, sample.time, facts.kind);
+    facts.kind = kind;
+    std::unique_lock lock(m_mutex);
+    const SampleRecord record = m_statistics.Add(sample.arrival.sampleClock, sample.time, kind);
     m_rate.Add(sample.arrival.steady);
     if (stamp) {
         facts.latency = m_stamps.Add(*stamp, sample.arrival.steady);
     }
-    if (m_csv) {
-        m_csv->Write(record);
-    }
     facts.fps = m_rate.Rate(sample.arrival.steady);
     facts.lateness = m_statistics.LastLateness();
     facts.samples = m_statistics.Samples();
+    lock.unlock();
+    if (m_csv) {
+        m_csv->Write(record);
+    }
     return facts;
 }
 
@@ -88,20 +99,27 @@ void SampleRecorder::Keep(const ArrivedSample& sample, PictureKind kind) {
     }
 }
 
-std::vector<std::string> SampleRecorder::FinishFiles(PngEffort effort) {
+std::vector<std::string> SampleRecorder::FinishFiles() {
+    const std::lock_guard taking(m_taking);
     std::vector<std::string> problems;
+    if (std::exchange(m_isFinished, true)) {
+        return problems;
+    }
     const auto add = [&problems](std::string problem) {
         if (!problem.empty()) {
             problems.push_back(std::move(problem));
         }
     };
+    if (m_csv && !m_csv->Flush()) {
+        add("cannot write " + m_options.samplesCsv);
+    }
     try {
-        WriteSnapshot(effort);
+        WriteSnapshot();
     } catch (const std::exception& error) {
         add(error.what());
     }
     if (m_pictures) {
-        m_pictures->Finish(effort);
+        m_pictures->Finish();
         const std::string note = m_pictures->SheetNote();
         if (!note.empty()) {
             Say(note);
@@ -115,21 +133,23 @@ std::vector<std::string> SampleRecorder::FinishFiles(PngEffort effort) {
     return problems;
 }
 
-void SampleRecorder::WriteSnapshot(PngEffort effort) {
-    if (m_last.empty()) {
-        return;
+void SampleRecorder::Hurry(Haste haste) noexcept {
+    m_effort.store(PngEffort::Quick);
+    if (m_pictures) {
+        m_pictures->Hurry();
     }
-    RgbImage image{m_geometry.width, m_geometry.height, {}};
-    image.pixels.resize(std::size_t{image.width} * image.height * 3);
-    ConvertNv12ToRgb(m_last, m_geometry, image.pixels);
-    if (!WritePng(m_options.snapshot, image, effort)) {
-        throw ProgramError(ExitCode::Failure, "cannot write " + m_options.snapshot);
+    if (m_y4m && haste == Haste::Now) {
+        m_y4m->DropWaiting();
     }
 }
 
-bool SampleRecorder::FlushCsv() {
-    const std::lock_guard lock(m_mutex);
-    return !m_csv || m_csv->Flush();
+void SampleRecorder::WriteSnapshot() {
+    if (m_last.empty()) {
+        return;
+    }
+    if (!WritePng(m_options.snapshot, ConvertNv12ToRgb(m_last, m_geometry), m_effort.load())) {
+        throw ProgramError(ExitCode::Failure, "cannot write " + m_options.snapshot);
+    }
 }
 
 HostReport SampleRecorder::Report(std::int64_t now) const {
@@ -142,19 +162,23 @@ HostReport SampleRecorder::Report(std::int64_t now) const {
     if (m_y4m) {
         report.y4m = Y4mReport{m_y4m->Frames(), m_y4m->Dropped()};
     }
-    const std::lock_guard lock(m_mutex);
-    const SampleStatistics& seen = m_statistics;
+    // The pulling thread waits for a copy only, and not for what is computed from it.
+    std::unique_lock lock(m_mutex);
+    const SampleStatistics seen = m_statistics;
+    const StampStatistics stamps = m_stamps;
+    const RateMeter rate = m_rate;
+    lock.unlock();
     report.samples = seen.Samples();
     report.live = seen.Live();
     report.pattern = seen.Pattern();
     report.gridErrors = seen.GridErrors();
     report.skippedPeriods = seen.SkippedPeriods();
-    report.recentRate = m_rate.Rate(now);
+    report.recentRate = rate.Rate(now);
     report.meanRate = seen.MeanRate();
     report.lateness = {seen.Lateness(50), seen.Lateness(90), seen.Lateness(99), seen.Lateness(100)};
     report.latenessBuckets = seen.LatenessBuckets();
-    report.stamps = {m_stamps.Stamped(), m_stamps.Repeated(), m_stamps.Skipped(), m_stamps.Latency().Count(),
-                     FiguresOf(m_stamps.Latency())};
+    report.stamps = {stamps.Stamped(), stamps.Repeated(), stamps.Skipped(), stamps.Latency().Count(),
+                     FiguresOf(stamps.Latency())};
     return report;
 }
 

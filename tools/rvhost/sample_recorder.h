@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -36,6 +37,12 @@ struct ArrivedSample {
     Moment arrival;
 };
 
+/// How little time there is at the end of a run.
+enum class Haste : std::uint8_t {
+    Soon,  ///< somebody waits: pictures that are not written yet are not compressed
+    Now,   ///< there is hardly any: video frames that are not written yet are dropped too
+};
+
 /// Takes the samples of one run: judges and counts them, and keeps of them what the user asked for. What costs time is
 /// done on other threads.
 class SampleRecorder {
@@ -44,18 +51,18 @@ public:
     SampleRecorder(const HostOptions& options, const FrameGeometry& geometry, const Moment& start,
                    std::int64_t startUnixMs);
 
-    /// Takes the next sample into account, and says what there is to know about it. Throws ProgramError when the sample is
-    /// no frame of the geometry. One thread.
+    /// Takes the next sample into account, and says what there is to know about it. Throws ProgramError when the sample
+    /// is no frame of the geometry. One thread. Does nothing once FinishFiles has been called.
     PreviewFacts Take(const ArrivedSample& sample);
 
-    /// Completes all files but the one with a line a sample. The sentences say what failed; none when all went well.
-    /// Pictures of the end are written with `effort`. The thread of Take, after the last one.
-    std::vector<std::string> FinishFiles(PngEffort effort = PngEffort::Small);
+    /// Any thread: completes all files, once a sample that is being taken is done with. The sentences say what failed;
+    /// none when all went well, and none from the second call on.
+    std::vector<std::string> FinishFiles();
 
-    /// Any thread: completes the file with a line a sample. False when it could not be written.
-    bool FlushCsv();
+    /// Any thread, and never waits for a disk: there is not as much time for the files as it takes.
+    void Hurry(Haste haste) noexcept;
 
-    /// Any thread: what was seen so far. `now` is SteadyTicks().
+    /// Any thread, and never waits for a disk: what was seen so far. `now` is SteadyTicks().
     HostReport Report(std::int64_t now) const;
 
     /// Any thread.
@@ -63,13 +70,18 @@ public:
 
 private:
     void Keep(const ArrivedSample& sample, PictureKind kind);
-    void WriteSnapshot(PngEffort effort);
+    PreviewFacts Count(const ArrivedSample& sample, PictureKind kind);
+    void WriteSnapshot();
 
     const HostOptions m_options;
     const FrameGeometry m_geometry;
     const Moment m_start;
+    std::atomic<PngEffort> m_effort{PngEffort::Small};
 
-    // The taking thread only.
+    /// Held while a sample is taken, and while the files are completed.
+    std::mutex m_taking;
+    bool m_isFinished = false;
+    std::optional<SampleCsv> m_csv;
     PictureCadence m_cadence;
     std::vector<std::uint8_t> m_last;  ///< the newest picture, if it may become the snapshot
 
@@ -77,11 +89,10 @@ private:
     std::unique_ptr<PictureWorker> m_pictures;
     std::unique_ptr<Y4mRecorder> m_y4m;
 
-    mutable std::mutex m_mutex;
+    mutable std::mutex m_mutex;  ///< of what follows; held for moments only
     SampleStatistics m_statistics;
     StampStatistics m_stamps;
     RateMeter m_rate;
-    std::optional<SampleCsv> m_csv;
 };
 
 }  // namespace ravlo

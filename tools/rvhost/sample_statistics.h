@@ -36,10 +36,10 @@ public:
     /// Samples a second from the first arrival to the last; 0 for less than two samples.
     double MeanRate() const noexcept;
 
-    /// Lateness in units of 100 ns, to 10 microseconds, which `percent` of the samples do not exceed; 100 is the largest
-    /// one. A sample's lateness is its arrival minus the time that the grid intends for it, which is the last grid time
-    /// not after the sample's own, less the smallest such difference of all samples, so that a constant offset between
-    /// the two does not count.
+    /// Lateness in units of 100 ns, to 10 microseconds, which `percent` of the samples do not exceed; 100 is the
+    /// largest one. A sample's lateness is its arrival minus the time that the grid intends for it, which is the last
+    /// grid time not after the sample's own, less the smallest such difference of all samples, so that a constant
+    /// offset between the two does not count.
     std::int64_t Lateness(std::uint64_t percent) const noexcept;
 
     /// Lateness of the sample that was added last; 0 before the first.

@@ -63,8 +63,9 @@ Y4mRecorder::~Y4mRecorder() {
 
 std::optional<Y4mRecorder::Frame> Y4mRecorder::TakeBuffer() {
     const std::lock_guard lock(m_mutex);
-    if (m_failed) {
+    if (m_failed || m_isCut) {
         ++m_dropped;
+        m_cut += m_isCut ? 1U : 0U;
         return std::nullopt;
     }
     if (!m_free.empty()) {
@@ -93,6 +94,15 @@ bool Y4mRecorder::Offer(std::span<const std::uint8_t> nv12) {
     return true;
 }
 
+void Y4mRecorder::DropWaiting() noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_isCut = true;
+    m_cut += m_waiting.size();
+    m_dropped += m_waiting.size();
+    m_frames -= m_waiting.size();
+    m_waiting.clear();
+}
+
 void Y4mRecorder::Finish() noexcept {
     {
         const std::lock_guard lock(m_mutex);
@@ -117,11 +127,17 @@ std::string Y4mRecorder::Problem() const {
     if (m_failed) {
         return "cannot write " + m_name + "; is the disk full?";
     }
-    if (m_dropped != 0) {
-        return m_name + " lacks " + std::to_string(m_dropped) + " of " + std::to_string(m_frames + m_dropped) +
-               " frames: they came faster than they could be written; choose a faster disk or a smaller picture";
+    std::string problem;
+    if (m_dropped != m_cut) {
+        problem = m_name + " lacks " + std::to_string(m_dropped - m_cut) + " of " +
+                  std::to_string(m_frames + m_dropped) +
+                  " frames: they came faster than they could be written; choose a faster disk or a smaller picture";
     }
-    return {};
+    if (m_cut != 0) {
+        problem += (problem.empty() ? m_name : std::string("; it")) + " lacks the last " + std::to_string(m_cut) +
+                   (m_cut == 1 ? " frame" : " frames") + ": there was no time to write them";
+    }
+    return problem;
 }
 
 void Y4mRecorder::Run() noexcept {

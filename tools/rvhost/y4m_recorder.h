@@ -26,12 +26,12 @@ void AppendPlanar420(std::span<const std::uint8_t> nv12, const FrameGeometry& ge
 /// Makes an empty file for writing. `path` is UTF-8. Nothing when that cannot be done.
 std::unique_ptr<std::ostream> CreateOutputFile(const std::string& path);
 
-/// Writes every frame that it is offered into a Y4M file, on a thread of its own, so that the thread which pulls samples
-/// never waits for a disk: what does not fit into the queue is dropped and counted.
+/// Writes every frame that it is offered into a Y4M file, on a thread of its own, so that the thread which pulls
+/// samples never waits for a disk: what does not fit into the queue is dropped and counted.
 class Y4mRecorder {
 public:
-    /// Takes over the open file, which messages call `name`. At most `queueBytes` of frames wait for the disk, but there
-    /// is always room for two.
+    /// Takes over the open file, which messages call `name`. At most `queueBytes` of frames wait for the disk, but
+    /// there is always room for two.
     Y4mRecorder(std::unique_ptr<std::ostream> file, std::string name, const FrameGeometry& geometry,
                 std::size_t queueBytes);
     Y4mRecorder(const Y4mRecorder&) = delete;
@@ -40,6 +40,10 @@ public:
 
     /// Copies one packed NV12 frame. False, and counted, when the queue is full. One thread.
     bool Offer(std::span<const std::uint8_t> nv12);
+
+    /// Any thread, for a user who waits for the program to end: only the frame that is being written still gets into
+    /// the file, of what was offered and of what is offered later.
+    void DropWaiting() noexcept;
 
     /// Waits until everything offered is in the file. Call it once, after the last Offer.
     void Finish() noexcept;
@@ -71,8 +75,10 @@ private:
     std::deque<Frame> m_waiting;
     std::size_t m_buffers = 0;
     std::uint64_t m_frames = 0;
-    std::uint64_t m_dropped = 0;
+    std::uint64_t m_dropped = 0;  ///< for want of speed or of time
+    std::uint64_t m_cut = 0;      ///< of them, for want of time at the end
     bool m_failed = false;
+    bool m_isCut = false;  ///< nothing more gets into the file
     bool m_finishing = false;
     std::thread m_thread;
 };

@@ -10,8 +10,8 @@
 
 namespace ravlo::standin {
 
-/// The IMFAttributes part of an interface, kept in a store of the platform's. What changes the store is recorded and may
-/// be told to fail.
+/// The IMFAttributes part of an interface, kept in a store of the platform's. What changes the store is recorded and
+/// may be told to fail.
 template <class Interface>
 class AttributeFace : public Object<Interface> {
 public:

@@ -43,7 +43,7 @@ const TokenSids& LocalServiceSids() {
     return sids;
 }
 
-std::uint32_t GrantedRights(const AccessList& list, const TokenSids& token) {
+std::uint32_t GrantedRights(const AccessList& list, const TokenSids& token, Conditions conditions) {
     if (!list) {
         return kAllRights;
     }
@@ -51,6 +51,9 @@ std::uint32_t GrantedRights(const AccessList& list, const TokenSids& token) {
     std::uint32_t denied = 0;
     for (const AccessEntry& entry : *list) {
         if (entry.inheritOnly || std::find(token.begin(), token.end(), entry.sid) == token.end()) {
+            continue;
+        }
+        if (entry.hasCondition && entry.allows != (conditions == Conditions::Met)) {
             continue;
         }
         const std::uint32_t rights = Mapped(entry.rights);

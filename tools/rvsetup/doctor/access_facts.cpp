@@ -15,15 +15,15 @@ std::string SidText(PSID sid) {
     return IsValidSid(sid) && ConvertSidToStringSidW(sid, text.Put()) ? ToUtf8(text.Get()) : std::string();
 }
 
-/// Reads one entry; false for one that says nothing about rights, or whose condition cannot be judged here.
+/// Reads one entry; false for one that says nothing about rights.
 bool ReadEntry(const ACE_HEADER& header, AccessEntry& entry) {
-    entry.allows = header.AceType == ACCESS_ALLOWED_ACE_TYPE;
-    // A refusal under a condition is taken for a refusal: better one warning too many.
-    if (!entry.allows && header.AceType != ACCESS_DENIED_ACE_TYPE &&
-        header.AceType != ACCESS_DENIED_CALLBACK_ACE_TYPE) {
+    entry.hasCondition =
+        header.AceType == ACCESS_ALLOWED_CALLBACK_ACE_TYPE || header.AceType == ACCESS_DENIED_CALLBACK_ACE_TYPE;
+    entry.allows = header.AceType == ACCESS_ALLOWED_ACE_TYPE || header.AceType == ACCESS_ALLOWED_CALLBACK_ACE_TYPE;
+    if (!entry.allows && !entry.hasCondition && header.AceType != ACCESS_DENIED_ACE_TYPE) {
         return false;
     }
-    // All three types have this layout as far as the SID.
+    // All four types have this layout as far as the SID.
     const auto& ace = reinterpret_cast<const ACCESS_ALLOWED_ACE&>(header);
     entry.inheritOnly = (header.AceFlags & INHERIT_ONLY_ACE) != 0;
     entry.rights = ace.Mask;
@@ -31,16 +31,18 @@ bool ReadEntry(const ACE_HEADER& header, AccessEntry& entry) {
     return true;
 }
 
-AccessList ReadAccessList(const std::wstring& path, std::string& error) {
+AccessList ReadAccessList(const std::wstring& path, std::string& owner, std::string& error) {
+    PSID ownerSid = nullptr;
     PACL acl = nullptr;
     LocalMemory<PSECURITY_DESCRIPTOR> descriptor;
-    const DWORD status =
-        GetNamedSecurityInfoW(const_cast<wchar_t*>(path.c_str()), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                              nullptr, &acl, nullptr, descriptor.Put());
+    const DWORD status = GetNamedSecurityInfoW(const_cast<wchar_t*>(path.c_str()), SE_FILE_OBJECT,
+                                               OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &ownerSid,
+                                               nullptr, &acl, nullptr, descriptor.Put());
     if (status != ERROR_SUCCESS) {
         error = SystemErrorText(status);
         return std::vector<AccessEntry>();
     }
+    owner = ownerSid != nullptr ? SidText(ownerSid) : std::string();
     if (acl == nullptr) {
         return std::nullopt;
     }
@@ -61,8 +63,8 @@ AccessFacts ReadAccessFacts(const std::wstring& modulePath) {
     AccessFacts facts;
     const std::wstring folder = FolderOf(modulePath);
     facts.folder = ToUtf8(folder);
-    facts.fileList = ReadAccessList(modulePath, facts.fileError);
-    facts.folderList = ReadAccessList(folder, facts.folderError);
+    facts.fileList = ReadAccessList(modulePath, facts.fileOwner, facts.fileError);
+    facts.folderList = ReadAccessList(folder, facts.folderOwner, facts.folderError);
     return facts;
 }
 

@@ -1,8 +1,9 @@
 #include "rvsetup/doctor/diagnose.h"
 
 #include <algorithm>
-#include <cctype>
 #include <string_view>
+
+#include "rvsetup/system/text.h"
 
 namespace ravlo {
 namespace {
@@ -14,18 +15,12 @@ constexpr std::int64_t kMinute = 60;
 constexpr std::int64_t kHour = 60 * kMinute;
 constexpr std::int64_t kDay = 24 * kHour;
 
-char Lower(char letter) noexcept {
-    return static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-}
-
 /// The log writes "?" for each unit of a name that is not ASCII, so only the ASCII part can be compared.
 bool IsSameProgram(std::string_view running, std::string_view logged) {
     if (logged.find('?') != std::string_view::npos) {
         return true;
     }
-    running = running.substr(0, kLoggedName);
-    return std::equal(running.begin(), running.end(), logged.begin(), logged.end(),
-                      [](char left, char right) { return Lower(left) == Lower(right); });
+    return IsSameText(running.substr(0, kLoggedName), logged);
 }
 
 }  // namespace
@@ -35,9 +30,11 @@ std::vector<Finding> Diagnose(const DoctorFacts& facts) {
     DiagnoseWindows(facts, findings);
     DiagnoseModule(facts, findings);
     DiagnoseAccess(facts, findings);
+    DiagnoseReplacement(facts, findings);
     DiagnoseAnchor(facts, findings);
     DiagnoseLog(facts, findings);
     DiagnosePipe(facts, findings);
+    DiagnoseGate(facts, findings);
     DiagnoseProbe(facts, findings);
     DiagnoseProducer(facts, findings);
     DiagnoseTroubles(facts, findings);
@@ -45,9 +42,10 @@ std::vector<Finding> Diagnose(const DoctorFacts& facts) {
 }
 
 bool IsStillRunning(const DoctorFacts& facts, std::uint32_t processId, const std::string& process) {
-    return std::any_of(facts.processes.begin(), facts.processes.end(), [&](const ProcessFacts& running) {
-        return running.id == processId && IsSameProgram(running.name, process);
-    });
+    return !facts.areProcessesKnown ||
+           std::any_of(facts.processes.begin(), facts.processes.end(), [&](const ProcessFacts& running) {
+               return running.id == processId && IsSameProgram(running.name, process);
+           });
 }
 
 std::string AgeText(std::int64_t whenMs, std::int64_t nowMs) {

@@ -16,9 +16,13 @@ std::vector<Finding> Diagnose(const DoctorFacts& facts);
 void DiagnoseWindows(const DoctorFacts& facts, std::vector<Finding>& findings);
 void DiagnoseModule(const DoctorFacts& facts, std::vector<Finding>& findings);
 void DiagnoseAccess(const DoctorFacts& facts, std::vector<Finding>& findings);
+/// Who else may put code in place that runs in the camera service and in every program that opens the camera.
+void DiagnoseReplacement(const DoctorFacts& facts, std::vector<Finding>& findings);
 void DiagnoseAnchor(const DoctorFacts& facts, std::vector<Finding>& findings);
 void DiagnoseLog(const DoctorFacts& facts, std::vector<Finding>& findings);
 void DiagnosePipe(const DoctorFacts& facts, std::vector<Finding>& findings);
+/// The gate pipes, as far as they can be told without opening one.
+void DiagnoseGate(const DoctorFacts& facts, std::vector<Finding>& findings);
 void DiagnoseProbe(const DoctorFacts& facts, std::vector<Finding>& findings);
 void DiagnoseProducer(const DoctorFacts& facts, std::vector<Finding>& findings);
 void DiagnoseTroubles(const DoctorFacts& facts, std::vector<Finding>& findings);

@@ -2,6 +2,7 @@
 #include <string_view>
 
 #include "rvsetup/doctor/diagnose.h"
+#include "rvsetup/system/text.h"
 
 // The checks of what goes on now: the log, the pipe, the producer, and what failed lately.
 namespace ravlo {
@@ -36,7 +37,8 @@ const StreamStory* StreamOf(const DoctorFacts& facts, const std::string& pipeNam
 }
 
 std::string OwnerText(const std::string& sid) {
-    return sid == "S-1-5-19"   ? "LOCAL SERVICE (the camera service of Windows)"
+    return sid.empty()         ? "unknown"
+           : sid == "S-1-5-19" ? "LOCAL SERVICE (the camera service of Windows)"
            : sid == "S-1-5-18" ? "LOCAL SYSTEM"
                                : sid;
 }
@@ -57,13 +59,27 @@ std::string DemandText(const DoctorFacts& facts, const StreamStory& stream) {
     return "the last sample was asked for " + AgeText(stream.lastRequestMs, facts.nowMs);
 }
 
+bool IsThere(const PipeFacts& pipe) noexcept {
+    return pipe.frames == PipePresence::Free || pipe.frames == PipePresence::Busy;
+}
+
+/// A pipe with a client, of which the log tells nothing.
+const PipeFacts* BusyPipeWithoutStory(const DoctorFacts& facts) {
+    const auto found = std::find_if(facts.pipes.begin(), facts.pipes.end(), [&facts](const PipeFacts& pipe) {
+        return pipe.frames == PipePresence::Busy && StreamOf(facts, pipe.name) == nullptr;
+    });
+    return found == facts.pipes.end() ? nullptr : &*found;
+}
+
 /// What the log says about a pipe that is there.
 void DescribePipe(const DoctorFacts& facts, const PipeFacts& pipe, std::vector<Finding>& findings) {
     std::string found = pipe.name + " is there" +
                         (pipe.frames == PipePresence::Busy ? ", with a producer on it" : ", waiting for a producer");
     const StreamStory* const stream = StreamOf(facts, pipe.name);
     if (stream == nullptr) {
-        findings.push_back(FoundOk("pipe", found + "; the log does not say who serves it"));
+        findings.push_back(FoundWarning(
+            "pipe", found + "; the log does not say who serves it",
+            facts.probe ? "the probe, below, tells whose it is" : "rvsetup doctor --probe tells whose it is"));
         return;
     }
     found += "; served by " + stream->process + " (" + std::to_string(stream->processId) + "), owner " +
@@ -131,9 +147,16 @@ void DiagnoseLog(const DoctorFacts& facts, std::vector<Finding>& findings) {
             usable = &log;
         }
     }
-    const bool isFallback = usable == nullptr || usable->verdict.empty();
     const std::string folders = verdicts.empty() ? "" : " (" + verdicts + ")";
     if (!facts.chosenLog) {
+        const auto refused = std::find_if(facts.logs.begin(), facts.logs.end(),
+                                          [](const LogFacts& log) { return log.exists && log.isRefused; });
+        if (refused != facts.logs.end()) {
+            findings.push_back(FoundWarning(
+                "log", "the trace log " + refused->path + " is not read: others may have written it" + folders,
+                "as administrator: rvsetup install makes the folder safe; then open the camera again"));
+            return;
+        }
         const bool willBeMade = !facts.logs.empty() && facts.logs.front().isMissing;
         findings.push_back(FoundWarning("log", "there is no trace log yet" + folders,
                                         willBeMade
@@ -148,7 +171,11 @@ void DiagnoseLog(const DoctorFacts& facts, std::vector<Finding>& findings) {
     if (!log.error.empty()) {
         findings.push_back(
             FoundWarning("log", found + "; it cannot be read: " + log.error, "run rvsetup doctor as administrator"));
-    } else if (isFallback) {
+    } else if (!log.isUsable) {
+        findings.push_back(FoundWarning(
+            "log", found + "; the camera would not write into this folder now, and others may have",
+            "believe it as far as you trust the folder's owner; as administrator: rvsetup install sets it"));
+    } else if (usable == nullptr || usable->verdict.empty()) {
         findings.push_back(
             FoundWarning("log", found,
                          "the log goes to the last resort because no folder has an owner that the camera "
@@ -180,17 +207,40 @@ void DiagnosePipe(const DoctorFacts& facts, std::vector<Finding>& findings) {
     }
 }
 
+void DiagnoseGate(const DoctorFacts& facts, std::vector<Finding>& findings) {
+    for (const PipeFacts& pipe : facts.pipes) {
+        if (!IsThere(pipe) || (facts.probe && facts.probe->name == pipe.name)) {
+            continue;
+        }
+        if (pipe.gate == PipePresence::Free || pipe.gate == PipePresence::Busy) {
+            findings.push_back(FoundOk("gate", "its gate " + pipe.name + ".gate, which tells the demand, is there" +
+                                                   (pipe.gate == PipePresence::Busy ? ", and somebody reads it" : "")));
+        } else {
+            findings.push_back(FoundWarning(
+                "gate", "its gate " + pipe.name + ".gate is not to be seen",
+                "the picture is not affected, but a producer cannot tell whether anybody watches: see what failed, below"));
+        }
+    }
+}
+
 void DiagnoseProbe(const DoctorFacts& facts, std::vector<Finding>& findings) {
     if (!facts.probe) {
         return;
     }
     const ProbeFacts& probe = *facts.probe;
+    if (std::count_if(facts.pipes.begin(), facts.pipes.end(), IsThere) > 1) {
+        findings.push_back(FoundOk("probe", "of these pipes only " + probe.name + " was opened",
+                                   "rvsetup doctor --probe --pipe NAME opens another one"));
+    }
     if (probe.gateBusy) {
         findings.push_back(FoundOk("gate", "the gate pipe has a producer on it and was left alone"));
+    } else if (probe.gateDenied) {
+        findings.push_back(FoundFailure("gate", ExitCode::AccessDenied,
+                                        "the gate pipe does not let you in: " + probe.gateError,
+                                        "run as the user who may send frames"));
     } else if (!probe.gateOpened) {
         findings.push_back(FoundWarning("gate", "the gate pipe cannot be opened: " + probe.gateError,
-                                        "a producer that runs holds it, or nobody serves it: without it a producer "
-                                        "sends every frame"));
+                                        "nobody serves it: without it a producer sends every frame"));
     } else if (!probe.gateTrusted) {
         findings.push_back(
             FoundFailure("gate", ExitCode::AccessDenied,
@@ -223,18 +273,25 @@ void DiagnoseProbe(const DoctorFacts& facts, std::vector<Finding>& findings) {
 void DiagnoseProducer(const DoctorFacts& facts, std::vector<Finding>& findings) {
     std::string feeders;
     for (const ProcessFacts& process : facts.processes) {
-        if (process.name == "rvfeeder.exe") {
+        if (IsSameText(process.name, "rvfeeder.exe")) {
             feeders += (feeders.empty() ? "rvfeeder runs (" : ", ") + std::to_string(process.id);
         }
     }
-    feeders += feeders.empty() ? "no rvfeeder runs" : ")";
+    feeders += !facts.areProcessesKnown ? "whether rvfeeder runs cannot be found out"
+               : feeders.empty()        ? "no rvfeeder runs"
+                                        : ")";
     const StreamStory* withClient = nullptr;
     for (const StreamStory* stream : LivingStreams(facts)) {
         if (stream->clientConnected && (facts.wantedPipe.empty() || stream->pipeName == facts.wantedPipe)) {
             withClient = stream;
         }
     }
-    if (withClient == nullptr) {
+    const PipeFacts* const untold = withClient == nullptr ? BusyPipeWithoutStory(facts) : nullptr;
+    if (untold != nullptr) {
+        findings.push_back(FoundWarning(
+            "producer", "somebody is connected to " + untold->name + "; the log does not say what it sends; " + feeders,
+            "see what the producer itself says"));
+    } else if (withClient == nullptr) {
         findings.push_back(FoundWarning(
             "producer", "no producer is connected; " + feeders + "; a camera without one shows the test pattern",
             feeders.starts_with("rvfeeder runs") ? "see what rvfeeder itself says" : kStartProducer));

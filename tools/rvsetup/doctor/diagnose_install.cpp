@@ -1,8 +1,9 @@
 #include <algorithm>
-#include <cctype>
 #include <string_view>
 
 #include "rvsetup/doctor/diagnose.h"
+#include "rvsetup/doctor/load_check.h"
+#include "rvsetup/system/text.h"
 
 // The checks of what is installed: Windows, the module, who may read it, and the one user who may send frames.
 namespace ravlo {
@@ -20,14 +21,18 @@ std::string BuildText(const WindowsFacts& windows) {
 
 bool IsInUserFolder(std::string_view path) {
     constexpr std::string_view kUsers = ":\\users\\";
-    return path.size() > kUsers.size() &&
-           std::equal(kUsers.begin(), kUsers.end(), path.begin() + 1, [](char wanted, char actual) {
-               return wanted == static_cast<char>(std::tolower(static_cast<unsigned char>(actual)));
-           });
+    return path.size() > kUsers.size() && IsSameText(path.substr(1, kUsers.size()), kUsers);
 }
 
 /// What is wrong with the registered file itself; true when it can be loaded as far as its headers tell.
 bool DiagnoseFile(const ModuleFacts& module, std::vector<Finding>& findings) {
+    if (!IsAbsolutePath(module.path)) {
+        findings.push_back(FoundFailure(
+            "module", ExitCode::Failure,
+            "the registered path is not absolute: " + module.path + "; each program would look for it somewhere else",
+            kInstallAgain));
+        return false;
+    }
     if (!module.fileExists) {
         findings.push_back(FoundFailure("module", ExitCode::NotInstalled,
                                         "the registered file is not there: " + module.path, kInstallAgain));
@@ -42,6 +47,7 @@ bool DiagnoseFile(const ModuleFacts& module, std::vector<Finding>& findings) {
     const char* const wrong = !module.pe.isPe    ? "is no Windows program file"
                               : !module.pe.is64  ? "is no 64-bit file; the camera service of Windows loads nothing else"
                               : !module.pe.isDll ? "is a program and no DLL"
+                              : module.pe.isDamaged ? "is damaged or cut off"
                               : !ExportsName(module.pe, "DllGetClassObject")
                                   ? "is a DLL, but not that of a camera: it exports no DllGetClassObject"
                                   : nullptr;
@@ -54,34 +60,31 @@ bool DiagnoseFile(const ModuleFacts& module, std::vector<Finding>& findings) {
 
 void DiagnoseLoading(const DoctorFacts& facts, std::vector<Finding>& findings) {
     const ModuleFacts& module = facts.module;
-    if (!module.loadTried) {
-        return;
-    }
-    if (!module.loadError.empty()) {
+    const bool wasRun = module.whyNotRun.empty();
+    if (wasRun ? !module.loadError.empty() : !module.missingImports.empty()) {
         std::string missing;
         for (const std::string& name : module.missingImports) {
             missing += (missing.empty() ? "" : ", ") + name;
         }
         findings.push_back(FoundFailure(
             "module-load", ExitCode::Failure,
-            "the module cannot be loaded: " + module.loadError + (missing.empty() ? "" : "; missing: " + missing),
+            "the module cannot be loaded" + (wasRun ? ": " + module.loadError : std::string()) +
+                (missing.empty() ? "" : "; missing: " + missing),
             missing.empty() ? std::string(kInstallAgain)
                             : "install what brings " + missing + " (for mf*.dll: the Media Feature Pack of Windows)"));
         return;
     }
-    if (!module.version.empty() && module.version != facts.ownVersion) {
-        findings.push_back(
-            FoundWarning("module-load",
-                         "the module loads and is version " + module.version + "; this rvsetup is " + facts.ownVersion,
-                         "use programs and module of one release; " + std::string(kInstallAgain)));
+    const std::string& version = module.pe.version;
+    const std::string found =
+        wasRun ? "the module loads and offers the camera's class"
+               : "the module and the DLLs that it needs are there; it was not run (" + module.whyNotRun + ")";
+    if (!version.empty() && version != facts.ownVersion) {
+        findings.push_back(FoundWarning("module-load",
+                                        found + "; it is version " + version + ", this rvsetup " + facts.ownVersion,
+                                        "use programs and module of one release; " + std::string(kInstallAgain)));
         return;
     }
-    findings.push_back(FoundOk("module-load", "the module loads and offers the camera's class" +
-                                                  (module.version.empty() ? "" : ", version " + module.version)));
-}
-
-std::string Named(const std::string& sid, const std::string& account) {
-    return account.empty() ? sid : account + " (" + sid + ")";
+    findings.push_back(FoundOk("module-load", found + (version.empty() ? "" : "; version " + version)));
 }
 
 /// What makes an anchor unusable, in plain words.
@@ -178,6 +181,20 @@ void DiagnoseAccess(const DoctorFacts& facts, std::vector<Finding>& findings) {
     findings.push_back(FoundOk("access", "LOCAL SERVICE may read and run the module, and list " + access.folder));
 }
 
+void DiagnoseReplacement(const DoctorFacts& facts, std::vector<Finding>& findings) {
+    std::string writers;
+    for (const std::string& sid : WhoMayReplace(facts.access)) {
+        const std::string& self = facts.anchor.runningSid;
+        writers += (writers.empty() ? "" : ", ") + (sid == self ? NamedSid(sid, facts.anchor.runningAccount) : sid);
+    }
+    if (!writers.empty()) {
+        findings.push_back(FoundWarning("replace",
+                                        "other users may replace the module, which services and other programs run: " +
+                                            writers + " can change it or its folder",
+                                        std::string(kMoveIt) + " puts it where only administrators may write"));
+    }
+}
+
 void DiagnoseAnchor(const DoctorFacts& facts, std::vector<Finding>& findings) {
     const AnchorFacts& anchor = facts.anchor;
     const std::string name = "as administrator: rvsetup install --me, or --user SID for somebody else";
@@ -194,7 +211,7 @@ void DiagnoseAnchor(const DoctorFacts& facts, std::vector<Finding>& findings) {
             name));
         return;
     }
-    const std::string who = "frames may be sent by " + Named(anchor.sid, anchor.account);
+    const std::string who = "frames may be sent by " + NamedSid(anchor.sid, anchor.account);
     if (anchor.kind == AccountKind::NotAUser) {
         findings.push_back(FoundFailure("anchor", ExitCode::Failure,
                                         who + ", which is no user (" + anchor.useName + "), so no pipe is made", name));
@@ -203,7 +220,7 @@ void DiagnoseAnchor(const DoctorFacts& facts, std::vector<Finding>& findings) {
                                         "right for a domain user who is out of reach now; otherwise " + name));
     } else if (anchor.sid != anchor.runningSid) {
         findings.push_back(
-            FoundWarning("anchor", who + ", not by you: " + Named(anchor.runningSid, anchor.runningAccount),
+            FoundWarning("anchor", who + ", not by you: " + NamedSid(anchor.runningSid, anchor.runningAccount),
                          "run rvfeeder as that user, or name yourself: as administrator: rvsetup install --me"));
     } else {
         findings.push_back(FoundOk("anchor", who + ": that is you"));

@@ -36,7 +36,9 @@ ExitCode DoctorCommand::Run() {
         Say("interrupted before all checks were made");
         return ExitCode::Interrupted;
     }
-    WriteOutput(m_options.json ? FindingsAsJson(findings) : FindingsAsText(findings));
+    if (!WriteOutput(m_options.json ? FindingsAsJson(findings) : FindingsAsText(findings))) {
+        return ExitCode::Failure;
+    }
     return CodeForFindings(findings);
 }
 

@@ -8,7 +8,7 @@
 #include "pipe/anchor_words.h"
 #include "rvsetup/doctor/access_check.h"
 #include "rvsetup/doctor/log_story.h"
-#include "rvsetup/doctor/pe_file.h"
+#include "rvsetup/system/pe_image.h"
 
 namespace ravlo {
 
@@ -29,18 +29,19 @@ struct ModuleFacts {
     std::string threadingModel;
     bool fileExists = false;
     std::string fileError;  ///< the file is there but cannot be read
-    std::string version;    ///< from its version resource; may be empty
-    PeFile pe;
-    bool loadTried = false;
+    PeImage pe;
+    std::string whyNotRun;                    ///< as part of a sentence; empty when it was run
     std::string loadError;                    ///< why it cannot be loaded, or gives no factory; empty when all is well
     std::vector<std::string> missingImports;  ///< DLLs that it needs and that are nowhere
 };
 
-/// Who may read the DLL.
+/// Who may read the DLL, and who may change it.
 struct AccessFacts {
     std::string folder;
     AccessList fileList;
     AccessList folderList;
+    std::string fileOwner;  ///< SID
+    std::string folderOwner;
     std::string fileError;
     std::string folderError;
 };
@@ -64,6 +65,8 @@ struct LogFacts {
     bool isUsable = false;   ///< the camera would write there
     bool isMissing = false;  ///< the folder is not there
     bool exists = false;     ///< the log file
+    bool isRefused = false;  ///< the camera never writes there, but others may have
+    bool mayAppend = false;  ///< this program could write into the log
     std::uint64_t bytes = 0;
     std::int64_t lastWriteMs = 0;  ///< Unix time
     std::string error;             ///< the log cannot be read
@@ -74,12 +77,15 @@ enum class PipePresence { Absent, Free, Busy, Unknown };
 struct PipeFacts {
     std::string name;
     PipePresence frames = PipePresence::Absent;
-    std::string error;  ///< for Unknown
+    std::string error{};  ///< why `frames` is Unknown
+    PipePresence gate = PipePresence::Absent;
 };
 
 /// What was seen when a pipe was opened on request.
 struct ProbeFacts {
-    bool gateBusy = false;  ///< a producer reads it
+    std::string name;         ///< of the frame pipe
+    bool gateBusy = false;    ///< a producer reads it
+    bool gateDenied = false;  ///< its access list keeps us out
     bool gateOpened = false;
     std::string gateError;
     std::string gateOwner;  ///< SID
@@ -112,8 +118,9 @@ struct DoctorFacts {
     LogStory story;
     std::string wantedPipe;  ///< the pipe that the user asked for; empty: whatever there is
     std::vector<PipeFacts> pipes;
-    bool isProbing = false;               ///< the user wants the pipes opened
-    std::optional<ProbeFacts> probe;      ///< none when there was no pipe to open
+    bool isProbing = false;           ///< the user wants the pipes opened
+    std::optional<ProbeFacts> probe;  ///< none when there was no pipe to open
+    bool areProcessesKnown = true;
     std::vector<ProcessFacts> processes;  ///< that run now
 };
 

@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "rvsetup/system/text.h"
+
 namespace ravlo {
 
 Finding FoundOk(const std::string& id, const std::string& found, const std::string& next) {
@@ -34,9 +36,9 @@ std::string FindingsAsText(const std::vector<Finding>& findings) {
     for (const Finding& finding : findings) {
         std::string word = ResultWord(finding.result);
         word.resize(5, ' ');
-        text += word + finding.found + "\n";
+        text += word + Printable(finding.found) + "\n";
         if (!finding.next.empty()) {
-            text += "     " + finding.next + "\n";
+            text += "     " + Printable(finding.next) + "\n";
         }
     }
     return text;
@@ -48,8 +50,8 @@ std::string FindingsAsJson(const std::vector<Finding>& findings) {
     for (const Finding& finding : findings) {
         json["checks"].push_back({{"id", finding.id},
                                   {"result", ResultWord(finding.result)},
-                                  {"found", finding.found},
-                                  {"next", finding.next}});
+                                  {"found", Printable(finding.found)},
+                                  {"next", Printable(finding.next)}});
     }
     json["worst"] = ResultWord(WorstResult(findings));
     json["exit"] = static_cast<int>(CodeForFindings(findings));

@@ -7,7 +7,9 @@
 #include "common/wide_text.h"
 #include "pipe/authorized_user.h"
 #include "pipe/pipe_name.h"
+#include "platform/unique_handle.h"
 #include "ravlo/version.h"
+#include "rvsetup/doctor/load_check.h"
 #include "rvsetup/doctor/module_facts.h"
 #include "rvsetup/doctor/pipe_facts.h"
 #include "rvsetup/doctor/registered_module.h"
@@ -31,6 +33,14 @@ AccountKind KindOf(SidLookup lookup) noexcept {
     }
 }
 
+/// Whether this process could write into a file that is there.
+bool MayAppend(const std::wstring& path) {
+    const UniqueFile file(
+        CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                    OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS, nullptr));
+    return file.IsValid();
+}
+
 LogFacts FactsOf(const LogFile& log) {
     LogFacts facts;
     facts.path = ToUtf8(log.path);
@@ -41,13 +51,15 @@ LogFacts FactsOf(const LogFile& log) {
     } else {
         facts.isUsable = true;
     }
+    facts.isRefused = IsFolderRefused(log);
     facts.exists = log.exists;
+    facts.mayAppend = log.exists && MayAppend(log.path);
     facts.bytes = log.bytes;
     facts.lastWriteMs = log.lastWriteMs;
     return facts;
 }
 
-void ReadLogs(const std::wstring& modulePath, DoctorFacts& facts) {
+void ReadLogs(const std::wstring& modulePath, HANDLE interrupt, DoctorFacts& facts) {
     const std::vector<LogFile> logs = FindLogFiles(modulePath);
     std::transform(logs.begin(), logs.end(), std::back_inserter(facts.logs), FactsOf);
     facts.chosenLog = NewestLog(logs);
@@ -57,31 +69,34 @@ void ReadLogs(const std::wstring& modulePath, DoctorFacts& facts) {
     const LogFile& log = logs[*facts.chosenLog];
     LineSplitter splitter;
     LogReader reader(kOwnProgram);
-    const DWORD error = ReadTail(log.path, kMostLogBytes, [&](std::string_view bytes) {
+    const auto read = [&](std::string_view bytes) {
         for (const std::string& line : splitter.Add(bytes)) {
             reader.Add(line);
         }
-    });
+    };
+    const DWORD error = ReadTail(log.path, kMostLogBytes, read, interrupt);
     if (error != ERROR_SUCCESS) {
         facts.logs[*facts.chosenLog].error = SystemErrorText(error);
     }
     facts.story = reader.Finish(log.lastWriteMs);
 }
 
-void LookForPipes(DoctorFacts& facts) {
+void LookForPipes(HANDLE interrupt, DoctorFacts& facts) {
     std::vector<std::string> names;
     if (!facts.wantedPipe.empty()) {
         names.push_back(facts.wantedPipe);
     } else {
         names.push_back(ToUtf8(PipeNameForPid(0).text));
-        for (const StreamStory& stream : facts.story.streams) {
-            if (stream.pipeExists && std::find(names.begin(), names.end(), stream.pipeName) == names.end()) {
-                names.push_back(stream.pipeName);
+        for (const std::string& name : ServedPipes(facts.story)) {
+            if (name != names.front()) {
+                names.push_back(name);
             }
         }
     }
     for (const std::string& name : names) {
-        facts.pipes.push_back(LookForPipe(ToWide(name)));
+        if (!IsSignalled(interrupt)) {
+            facts.pipes.push_back(LookForPipe(ToWide(name)));
+        }
     }
 }
 
@@ -125,16 +140,24 @@ DoctorFacts GatherFacts(const GatherOptions& options) {
     facts.windows = ReadWindowsFacts();
     facts.anchor = ReadAnchorFacts();
     const RegisteredModule registered = ReadRegisteredModule();
-    facts.module = ReadModuleFacts(registered);
+    facts.module = ReadModuleFacts(registered, options.interrupt);
     if (facts.module.fileExists) {
         facts.access = ReadAccessFacts(registered.path);
     }
     // Before the module is loaded, which makes it write lines of its own.
-    ReadLogs(registered.path, facts);
+    ReadLogs(registered.path, options.interrupt, facts);
     facts.nowMs = UnixNowMs();
-    facts.processes = ListProcesses();
-    LookForPipes(facts);
-    TryToLoad(registered, facts.module);
+    const auto processes = ListProcesses();
+    facts.areProcessesKnown = processes.has_value();
+    facts.processes = processes.value_or(std::vector<ProcessFacts>());
+    LookForPipes(options.interrupt, facts);
+    if (IsSignalled(options.interrupt)) {
+        return facts;
+    }
+    facts.module.whyNotRun = WhyNotRun(facts);
+    if (facts.module.whyNotRun.empty()) {
+        TryToLoad(registered, facts.module);
+    }
     if (options.probe) {
         Probe(options.interrupt, facts);
     }

@@ -9,13 +9,13 @@
 namespace ravlo {
 
 struct GatherOptions {
-    std::string pipe;            ///< a frame-pipe name; empty: the default one and those in the log
+    std::string pipe{};          ///< a frame-pipe name; empty: the default one and those in the log
     bool probe = false;          ///< open the pipes
-    HANDLE interrupt = nullptr;  ///< an event that ends the waiting for a pipe's answer; may be null
+    HANDLE interrupt = nullptr;  ///< an event that ends all reading and waiting; may be null
 };
 
-/// Gathers everything that the doctor judges. Opens no pipe unless it is asked to probe, and creates nothing; loading
-/// the module makes the module write a few lines into its log.
+/// Gathers everything that the doctor judges. Creates nothing. Opens no pipe and runs nothing of the module unless it is
+/// asked to probe; see WhyNotRun for the rest.
 DoctorFacts GatherFacts(const GatherOptions& options);
 
 /// The anchor, who it is, and who runs this program.

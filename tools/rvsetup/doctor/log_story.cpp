@@ -3,10 +3,15 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "common/parse_text.h"
 #include "rvsetup/doctor/glob.h"
 
 namespace ravlo {
 namespace {
+
+constexpr std::size_t kMostStreams = 1024;
+constexpr std::size_t kMostUnknownKinds = 64;
+constexpr std::size_t kMostPipes = 64;
 
 /// The text between `before` and `after`; empty when it is not there.
 std::string Between(std::string_view text, std::string_view before, std::string_view after) {
@@ -32,6 +37,17 @@ bool Answers(std::string_view success, std::string_view failure) {
 
 }  // namespace
 
+std::vector<std::string> ServedPipes(const LogStory& story) {
+    std::vector<std::string> names;
+    for (const StreamStory& stream : story.streams) {
+        if (stream.pipeExists && names.size() < kMostPipes && ParsePipeName(stream.pipeName) &&
+            !stream.pipeName.empty() && std::find(names.begin(), names.end(), stream.pipeName) == names.end()) {
+            names.push_back(stream.pipeName);
+        }
+    }
+    return names;
+}
+
 void LogReader::Add(std::string_view line) {
     for (const LogLine& parsed : ParseLogLines(line)) {
         AddLine(parsed);
@@ -53,7 +69,9 @@ void LogReader::AddLine(const LogLine& line) {
     if (tag == "TRACEPATH") {
         m_tracePath = line.message;
     } else if (tag == "STM.RequestSample") {
-        m_requests[line.processId] = m_place;
+        if (m_requests.size() < kMostStreams || m_requests.contains(line.processId)) {
+            m_requests[line.processId] = m_place;
+        }
     } else if (tag == "PIPE" || tag == "GATE") {
         TellStream(line);
     }
@@ -65,8 +83,9 @@ void LogReader::TellStream(const LogLine& line) {
     const std::string_view message = line.message;
     if (message.starts_with("GATE serving ")) {
         const std::string name = Between(message, "GATE serving ", ".gate");
-        for (auto& [key, stream] : m_streams) {
-            stream.gateServed |= key.first == line.processId && stream.pipeName == name;
+        for (auto at = m_streams.lower_bound({line.processId, 0});
+             at != m_streams.end() && at->first.first == line.processId; ++at) {
+            at->second.gateServed |= at->second.pipeName == name;
         }
         return;
     }
@@ -75,7 +94,9 @@ void LogReader::TellStream(const LogLine& line) {
         begun.processId = line.processId;
         begun.process = line.process;
         begun.pipeName = Between(message, "PIPE name ", " - route");
-        m_streams[{line.processId, line.threadId}] = begun;
+        if (StreamStory* const stream = FindOrAddStream(line)) {
+            *stream = begun;
+        }
         m_requests.erase(line.processId);  // those of an earlier stream say nothing about this one
         return;
     }
@@ -83,7 +104,11 @@ void LogReader::TellStream(const LogLine& line) {
     if (found == m_streams.end() && !message.starts_with("PIPE created ")) {
         return;
     }
-    StreamStory& stream = m_streams[{line.processId, line.threadId}];
+    StreamStory* const known = FindOrAddStream(line);
+    if (known == nullptr) {
+        return;
+    }
+    StreamStory& stream = *known;
     if (message.starts_with("PIPE created ")) {
         stream.processId = line.processId;
         stream.process = line.process;
@@ -123,9 +148,37 @@ void LogReader::TellTrouble(const LogLine& line, std::int64_t place) {
             stream->second.live.clear();
         }
     }
-    Seen& seen = m_troubles[KindOf(line, known)];
+    const std::string kind = KindOf(line, known);
+    if (known == nullptr && !m_troubles.contains(kind)) {
+        MakeRoomForUnknownKind();
+    }
+    Seen& seen = m_troubles[kind];
     seen.trouble = {known, line.message, line.process, line.processId, 0, seen.trouble.count + 1};
     seen.place = place;
+    seen.line = m_lines;
+}
+
+void LogReader::MakeRoomForUnknownKind() {
+    std::size_t count = 0;
+    auto oldest = m_troubles.end();
+    for (auto at = m_troubles.begin(); at != m_troubles.end(); ++at) {
+        if (at->second.trouble.known == nullptr) {
+            ++count;
+            oldest = oldest == m_troubles.end() || at->second.line < oldest->second.line ? at : oldest;
+        }
+    }
+    if (count >= kMostUnknownKinds) {
+        m_troubles.erase(oldest);
+    }
+}
+
+StreamStory* LogReader::FindOrAddStream(const LogLine& line) {
+    const std::pair key(line.processId, line.threadId);
+    const auto found = m_streams.find(key);
+    if (found != m_streams.end()) {
+        return &found->second;
+    }
+    return m_streams.size() < kMostStreams ? &m_streams[key] : nullptr;
 }
 
 void LogReader::TakeBack(std::string_view message) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -46,7 +47,12 @@ struct LogStory {
     std::uint64_t lines = 0;
 };
 
-/// Reads a log line by line. Lines of `ownProgram` are passed over.
+/// The pipes that streams of the story serve, each once and 64 at most. Names that no camera has are left out: to look for
+/// such a one might reach another machine.
+std::vector<std::string> ServedPipes(const LogStory& story);
+
+/// Reads a log line by line. Of a log that somebody filled on purpose it keeps a bounded part: the first 1024 streams, and the last
+/// 64 kinds of failure that it does not know. Lines of `ownProgram` are passed over.
 class LogReader {
 public:
     explicit LogReader(std::string ownProgram) : m_ownProgram(std::move(ownProgram)) {}
@@ -60,12 +66,15 @@ private:
     struct Seen {
         Trouble trouble;
         std::int64_t place = -1;
+        std::uint64_t line = 0;  ///< its number among the lines
     };
 
     void AddLine(const LogLine& line);
     void TellStream(const LogLine& line);
     void TellTrouble(const LogLine& line, std::int64_t place);
     void TakeBack(std::string_view message);
+    StreamStory* FindOrAddStream(const LogLine& line);
+    void MakeRoomForUnknownKind();
 
     std::string m_ownProgram;
     LogClock m_clock;

@@ -8,13 +8,14 @@
 
 #include "common/wide_text.h"
 #include "platform/com_ptr.h"
-#include "platform/unique_handle.h"
+#include "rvsetup/system/text.h"
 #include "rvsetup/trace/log_files.h"
 
 namespace ravlo {
 namespace {
 
 constexpr GUID kCameraClass = {0x5E3C9A71, 0x0B4D, 0x4F82, {0xA6, 0xC1, 0x7D, 0x2E, 0x8B, 0x90, 0xF1, 0x34}};
+/// Far more than a camera has; of a longer file the end is read and found to be no program.
 constexpr std::uint64_t kLargestFile = 256ULL * 1024 * 1024;
 
 /// A DLL that this process loaded.
@@ -47,7 +48,7 @@ bool IsThere(const std::wstring& folder, const std::wstring& name) {
 }
 
 /// The DLLs that a file needs and that lie neither beside it nor in the system's folder.
-std::vector<std::string> MissingImports(const PeFile& file, const std::wstring& folder) {
+std::vector<std::string> MissingImports(const PeImage& file, const std::wstring& folder) {
     std::array<wchar_t, MAX_PATH> system{};
     GetSystemDirectoryW(system.data(), static_cast<UINT>(system.size()));
     std::vector<std::string> missing;
@@ -77,13 +78,7 @@ std::string WhyNoFactory(HMODULE module) {
 
 }  // namespace
 
-bool ReadFileBytes(const std::wstring& path, std::string& bytes, DWORD& error) {
-    bytes.clear();
-    error = ReadTail(path, kLargestFile, [&bytes](std::string_view piece) { bytes += piece; });
-    return error == ERROR_SUCCESS;
-}
-
-ModuleFacts ReadModuleFacts(const RegisteredModule& registered) {
+ModuleFacts ReadModuleFacts(const RegisteredModule& registered, HANDLE interrupt) {
     ModuleFacts facts;
     facts.keyExists = registered.error == ERROR_SUCCESS;
     if (!facts.keyExists && registered.error != ERROR_FILE_NOT_FOUND) {
@@ -91,19 +86,20 @@ ModuleFacts ReadModuleFacts(const RegisteredModule& registered) {
     }
     facts.path = ToUtf8(registered.path);
     facts.threadingModel = ToUtf8(registered.threadingModel);
-    if (registered.path.empty()) {
+    if (!LeadsToFiles(facts.path)) {
         return facts;
     }
     const DWORD attributes = GetFileAttributesW(registered.path.c_str());
     facts.fileExists = attributes != INVALID_FILE_ATTRIBUTES ? (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0
                                                              : GetLastError() == ERROR_ACCESS_DENIED;
     std::string bytes;
-    DWORD error = ERROR_SUCCESS;
-    if (facts.fileExists && !ReadFileBytes(registered.path, bytes, error)) {
-        facts.fileError = SystemErrorText(error);
+    if (facts.fileExists) {
+        const auto keep = [&bytes](std::string_view piece) { bytes += piece; };
+        const DWORD error = ReadTail(registered.path, kLargestFile, keep, interrupt);
+        facts.fileError = error == ERROR_SUCCESS ? std::string() : SystemErrorText(error);
     }
-    facts.pe = ReadPeFile(bytes);
-    facts.version = FileVersionOf(bytes);
+    facts.pe = ReadPeImage(bytes);
+    facts.missingImports = MissingImports(facts.pe, FolderOf(registered.path));
     return facts;
 }
 
@@ -111,13 +107,11 @@ void TryToLoad(const RegisteredModule& registered, ModuleFacts& facts) {
     if (!facts.pe.is64 || !facts.pe.isDll || !ExportsName(facts.pe, "DllGetClassObject")) {
         return;  // what is no camera is not run either
     }
-    facts.loadTried = true;
     // A missing DLL is to be told in our own words and not in a window.
     const UINT before = SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
     const LoadedModule module(registered.path);
     if (module.Get() == nullptr) {
         facts.loadError = SystemErrorText(GetLastError());
-        facts.missingImports = MissingImports(facts.pe, FolderOf(registered.path));
     } else {
         facts.loadError = WhyNoFactory(module.Get());
     }

@@ -9,17 +9,15 @@
 
 namespace ravlo {
 
-/// The bytes of a file, up to 256 MiB. False leaves the reason in `error`.
-bool ReadFileBytes(const std::wstring& path, std::string& bytes, DWORD& error);
+/// Looks at the registration and at the file behind it, without running anything of it. A signalled `interrupt` (may be
+/// null) ends the reading.
+ModuleFacts ReadModuleFacts(const RegisteredModule& registered, HANDLE interrupt);
 
-/// Looks at the registration and at the file behind it, without running anything of it.
-ModuleFacts ReadModuleFacts(const RegisteredModule& registered);
-
-/// Loads the module into this process and asks it for its class, as a host does. The module writes its usual lines into
-/// the trace log, under this program's name.
+/// Loads the module into this process and asks it for its class, as a host does, unless its headers tell that it cannot be.
+/// The module writes its usual lines into the trace log, under this program's name. See WhyNotRun before.
 void TryToLoad(const RegisteredModule& registered, ModuleFacts& facts);
 
-/// Who may read the module and its folder.
+/// Who may read and change the module and its folder.
 AccessFacts ReadAccessFacts(const std::wstring& modulePath);
 
 }  // namespace ravlo

@@ -12,13 +12,12 @@ namespace ravlo {
 namespace {
 
 constexpr DWORD kRecordMs = 2000;
-/// The shortest time that is not the server's own default.
-constexpr DWORD kShortestWaitMs = 1;
+/// Between two clients a pipe is not listening for a moment; one that stays so for this long has a client.
+constexpr DWORD kLookMs = 50;
 
 std::wstring TrustedUser() {
     std::wstring user;
-    ReadAuthorizedUserAnchor(user);
-    return user;
+    return ReadAuthorizedUserAnchor(user) == AnchorReason::Ok ? user : std::wstring();
 }
 
 /// One whole record within kRecordMs.
@@ -40,12 +39,30 @@ bool ReadRecord(HANDLE gate, HANDLE interrupt, DemandRecord& record) {
            DecodeDemandRecord(bytes, record);
 }
 
+PipePresence Look(const std::wstring& name, std::string& error) {
+    if (WaitNamedPipeW(name.c_str(), kLookMs)) {
+        return PipePresence::Free;
+    }
+    switch (const DWORD code = GetLastError()) {
+        case ERROR_SEM_TIMEOUT:
+        case ERROR_PIPE_BUSY:
+            return PipePresence::Busy;
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+            return PipePresence::Absent;
+        default:
+            error = SystemErrorText(code);
+            return PipePresence::Unknown;
+    }
+}
+
 void ProbeGate(const std::wstring& name, HANDLE interrupt, ProbeFacts& facts) {
     const UniqueFile gate(CreateFileW((name + L".gate").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
                                       FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     if (!gate) {
         const DWORD error = GetLastError();
         facts.gateBusy = error == ERROR_PIPE_BUSY;
+        facts.gateDenied = error == ERROR_ACCESS_DENIED;
         facts.gateError = SystemErrorText(error);
         return;
     }
@@ -64,7 +81,8 @@ void ProbeGate(const std::wstring& name, HANDLE interrupt, ProbeFacts& facts) {
 }
 
 void ProbeFrames(const std::wstring& name, ProbeFacts& facts) {
-    if (LookForPipe(name).frames == PipePresence::Busy) {
+    std::string ignored;
+    if (Look(name, ignored) == PipePresence::Busy) {
         facts.framesBusy = true;
         return;
     }
@@ -89,29 +107,15 @@ void ProbeFrames(const std::wstring& name, ProbeFacts& facts) {
 PipeFacts LookForPipe(const std::wstring& name) {
     PipeFacts facts;
     facts.name = ToUtf8(name);
-    if (WaitNamedPipeW(name.c_str(), kShortestWaitMs)) {
-        facts.frames = PipePresence::Free;
-        return facts;
-    }
-    switch (const DWORD error = GetLastError()) {
-        case ERROR_SEM_TIMEOUT:
-        case ERROR_PIPE_BUSY:
-            facts.frames = PipePresence::Busy;
-            break;
-        case ERROR_FILE_NOT_FOUND:
-        case ERROR_PATH_NOT_FOUND:
-            facts.frames = PipePresence::Absent;
-            break;
-        default:
-            facts.frames = PipePresence::Unknown;
-            facts.error = SystemErrorText(error);
-            break;
-    }
+    facts.frames = Look(name, facts.error);
+    std::string ignored;
+    facts.gate = Look(name + L".gate", ignored);
     return facts;
 }
 
 ProbeFacts ProbePipe(const std::wstring& name, HANDLE interrupt) {
     ProbeFacts facts;
+    facts.name = ToUtf8(name);
     ProbeGate(name, interrupt, facts);
     ProbeFrames(name, facts);
     return facts;

@@ -8,7 +8,7 @@
 
 namespace ravlo {
 
-/// Whether a pipe is there, without opening it: both pipes of a camera take one client only.
+/// Whether a frame pipe and its gate are there, without opening them: each takes one client only.
 PipeFacts LookForPipe(const std::wstring& name);
 
 /// Opens the gate of the frame pipe `name`, reads one record from it within 2 s, and, unless a producer is on it, opens

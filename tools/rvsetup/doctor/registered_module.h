@@ -4,10 +4,9 @@
 
 #include <string>
 
-namespace ravlo {
+#include "rvsetup/system/camera_names.h"
 
-/// The key of the camera's class below HKEY_LOCAL_MACHINE.
-inline constexpr wchar_t kCameraClassKey[] = L"SOFTWARE\\Classes\\CLSID\\{5E3C9A71-0B4D-4F82-A6C1-7D2E8B90F134}";
+namespace ravlo {
 
 /// What is registered for the camera's class, in the 64-bit view of the machine's registry.
 struct RegisteredModule {

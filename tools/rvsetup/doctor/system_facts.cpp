@@ -25,13 +25,13 @@ WindowsFacts ReadWindowsFacts() noexcept {
     return facts;
 }
 
-std::vector<ProcessFacts> ListProcesses() {
+std::optional<std::vector<ProcessFacts>> ListProcesses() {
     std::vector<ProcessFacts> processes;
     const UniqueFile snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W entry{};
     entry.dwSize = sizeof entry;
     if (!snapshot || !Process32FirstW(snapshot.Get(), &entry)) {
-        return processes;
+        return std::nullopt;
     }
     do {
         processes.push_back({entry.th32ProcessID, ToUtf8(entry.szExeFile)});

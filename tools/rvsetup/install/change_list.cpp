@@ -6,6 +6,7 @@
 #include "common/console.h"
 #include "common/messages.h"
 #include "rvsetup/install/step.h"
+#include "rvsetup/system/text.h"
 
 namespace ravlo {
 
@@ -15,11 +16,11 @@ ExitCode ShowPlan(const Plan& plan, bool asJson) {
         text = StepsToJson(plan.steps, std::vector<bool>(plan.steps.size()), true, plan.notes);
     } else {
         for (const Step& step : plan.steps) {
-            text += DescribeStep(step) + "\n";
+            text += Printable(DescribeStep(step)) + "\n";
         }
     }
     for (const std::string& note : plan.notes) {
-        Say(note);
+        Say(Printable(note));
     }
     Say(plan.steps.empty() ? "nothing would change" : "nothing was changed: this was a dry run");
     return WriteOutput(text) ? ExitCode::Ok : ExitCode::Failure;

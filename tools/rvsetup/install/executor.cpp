@@ -13,6 +13,8 @@
 #include "rvsetup/install/log_folder.h"
 #include "rvsetup/install/register_dll.h"
 #include "rvsetup/install/registry_tree.h"
+#include "rvsetup/system/camera_names.h"
+#include "rvsetup/system/text.h"
 #include "trace/directory_gate.h"
 
 namespace ravlo {
@@ -49,13 +51,13 @@ ExitCode Executor::Run() {
         }
         if (problem.empty()) {
             m_done[i] = true;
-            Say(ReportStep(step));
+            Say(Printable(ReportStep(step)));
         } else if (i >= m_plan.tidyFrom) {
             m_leftFile = true;
             Note("an older version stays for now: cannot " + NameStep(step) + ": " + problem +
                  "; the next run of rvsetup install or uninstall removes it");
         } else {
-            Say("cannot " + NameStep(step) + ": " + problem);
+            Say(Printable("cannot " + NameStep(step) + ": " + problem));
             return ExitCode::Failure;
         }
     }
@@ -64,7 +66,7 @@ ExitCode Executor::Run() {
 
 void Executor::Note(const std::string& sentence) {
     m_notes.push_back(sentence);
-    Say(sentence);
+    Say(Printable(sentence));
 }
 
 void Executor::Leave(const std::string& sentence) {
@@ -224,9 +226,9 @@ std::string Executor::PerformOnRegistry(const Step& step) {
             return Reason(status);
         }
         case StepKind::RemoveClass:
-            return Reason(RemoveTree(kClassKeyName));
+            return Reason(RemoveTree(kCameraClassKey));
         case StepKind::RestoreClass:
-            return Reason(WriteTree(kClassKeyName, *journal.classKey->before));
+            return Reason(WriteTree(kCameraClassKey, *journal.classKey->before));
         default:
             return "this step is not known";
     }

@@ -7,6 +7,7 @@
 #include "rvsetup/install/file_work.h"
 #include "rvsetup/install/locations.h"
 #include "rvsetup/install/machine.h"
+#include "rvsetup/system/text.h"
 
 namespace ravlo {
 namespace {
@@ -82,12 +83,12 @@ std::optional<ExitCode> InstallCommand::ChooseUser() {
         }
     }
     if (!m_user) {
-        return WrongUsage(problem);
+        return WrongUsage(Printable(problem));
     }
     if (m_user->name.empty()) {
         Say("warning: " + m_user->sid + " is no account that this machine knows just now; is it right?");
     } else {
-        Say("the user who may send frames: " + m_user->name + " (" + m_user->sid + ")" +
+        Say("the user who may send frames: " + Printable(m_user->name) + " (" + m_user->sid + ")" +
             (m_me ? ", the account of this console; if you work with another one, name it with --user" : ""));
     }
     return std::nullopt;
@@ -103,10 +104,10 @@ std::optional<ExitCode> InstallCommand::ChooseFiles(const Places& places, const 
     }
     // The log of an installed camera advises this when the anchor is missing; that needs no files.
     if (IsShortForm() && !state.serverPath.empty()) {
-        Say("the camera is registered already, for " + state.serverPath + "; only the user is written");
+        Say("the camera is registered already, for " + Printable(state.serverPath) + "; only the user is written");
         return std::nullopt;
     }
-    Say(problem);
+    Say(Printable(problem));
     if (!WasGiven(m_dll)) {
         Say("put rvsetup.exe beside the camera's DLL, or name it with --dll PATH");
     }
@@ -130,7 +131,7 @@ ExitCode InstallCommand::Run() {
     }
     const auto state = places ? ReadMachine(*places, problem) : std::nullopt;
     if (!state) {
-        Say(problem);
+        Say(Printable(problem));
         return ExitCode::Failure;
     }
     InstallRequest request;

@@ -9,12 +9,10 @@
 #include <memory>
 
 #include "common/wide_text.h"
+#include "rvsetup/system/camera_names.h"
 
 namespace ravlo {
 namespace {
-
-/// As the camera itself has it: this path and no other, whatever the system calls its data folder.
-constexpr char kLogFolder[] = "C:\\ProgramData\\Ravlo";
 
 struct TaskMemoryDeleter {
     void operator()(wchar_t* memory) const noexcept { CoTaskMemFree(memory); }
@@ -29,7 +27,7 @@ std::optional<Places> FindPlaces() {
     if (FAILED(hr) || !folder) {
         return std::nullopt;
     }
-    return Places{ToUtf8(folder.get()) + "\\Ravlo", kLogFolder};
+    return Places{ToUtf8(folder.get()) + "\\Ravlo", kCameraLogFolder};
 }
 
 std::string OwnFolder() {

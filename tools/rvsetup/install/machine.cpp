@@ -8,11 +8,12 @@
 
 #include "common/wide_text.h"
 #include "platform/registry_names.h"
+#include "rvsetup/install/camera_dll.h"
 #include "rvsetup/install/file_work.h"
 #include "rvsetup/install/locations.h"
 #include "rvsetup/install/log_folder.h"
-#include "rvsetup/install/pe_image.h"
 #include "rvsetup/install/registry_tree.h"
+#include "rvsetup/system/camera_names.h"
 
 namespace ravlo {
 namespace {
@@ -59,7 +60,7 @@ std::optional<MachineState> ReadMachine(const Places& places, std::string& probl
         return std::nullopt;
     }
     state.anchorSid = state.anchor ? TextOf(*state.anchor) : std::string();
-    state.classKey = ReadTree(kClassKeyName, error);
+    state.classKey = ReadTree(kCameraClassKey, error);
     if (error != ERROR_SUCCESS) {
         problem = "cannot read the camera's class in the registry: " + SystemErrorText(static_cast<DWORD>(error));
         return std::nullopt;
@@ -85,7 +86,7 @@ InstallRequest FindFiles(const Places& places, const std::string& namedDll, std:
         problem = isAbsent ? "there is no " + dll : "cannot read " + dll + ": " + SystemErrorText(error);
         return request;
     }
-    const auto version = InspectCameraDll(*bytes, problem);
+    const auto version = InspectCameraDll({reinterpret_cast<const char*>(bytes->data()), bytes->size()}, problem);
     if (!version) {
         problem = dll + " " + problem;
         return request;

@@ -9,7 +9,6 @@ namespace {
 
 constexpr char kAnchorPath[] = "HKLM\\SOFTWARE\\Ravlo AuthorizedUserSid";
 constexpr char kAnchorKeyPath[] = "HKLM\\SOFTWARE\\Ravlo";
-constexpr char kClassPath[] = "HKLM\\SOFTWARE\\Classes\\CLSID\\{5E3C9A71-0B4D-4F82-A6C1-7D2E8B90F134}";
 /// The module writes its log beside itself where the usual folder is refused.
 constexpr char kLogName[] = "trace.log";
 
@@ -121,7 +120,7 @@ void PlanClassBack(Plan& plan, const MachineState& state, const Journal& journal
     // A registration that was broken off leaves a key without a DLL, or with the one from before.
     if (isOurs || state.serverPath.empty() || state.serverPath == state.serverPathBefore) {
         const StepKind kind = journal.classKey->before ? StepKind::RestoreClass : StepKind::RemoveClass;
-        plan.steps.push_back({kind, kClassPath, {}});
+        plan.steps.push_back({kind, std::string("HKLM\\") + kCameraClassPath, {}});
     } else {
         plan.notes.push_back("the camera's class is left alone: it was registered anew since the install, for " +
                              state.serverPath);

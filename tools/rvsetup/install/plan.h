@@ -8,6 +8,7 @@
 
 #include "rvsetup/install/journal.h"
 #include "rvsetup/install/step.h"
+#include "rvsetup/system/camera_names.h"
 
 namespace ravlo {
 
@@ -25,8 +26,6 @@ struct SourceFile {
     std::string name;
     std::string path;
 };
-
-inline constexpr char kDllName[] = "rvmediasource.dll";
 
 /// What the machine is like before a plan is carried out.
 struct MachineState {

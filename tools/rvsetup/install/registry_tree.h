@@ -9,9 +9,6 @@
 
 namespace ravlo {
 
-/// The camera's class under HKEY_LOCAL_MACHINE.
-inline constexpr wchar_t kClassKeyName[] = L"SOFTWARE\\Classes\\CLSID\\{5E3C9A71-0B4D-4F82-A6C1-7D2E8B90F134}";
-
 /// All that is below HKEY_LOCAL_MACHINE\`path`. Nothing with `error` 0 when there is no such key, nothing with an error
 /// when it cannot be read whole.
 std::optional<RegistryTree> ReadTree(const wchar_t* path, LSTATUS& error);

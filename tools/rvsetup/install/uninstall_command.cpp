@@ -12,6 +12,7 @@
 #include "rvsetup/install/file_work.h"
 #include "rvsetup/install/locations.h"
 #include "rvsetup/install/machine.h"
+#include "rvsetup/system/text.h"
 
 namespace ravlo {
 namespace {
@@ -25,9 +26,10 @@ constexpr char kExamples[] =
     "      Leave C:\\ProgramData\\Ravlo with the trace log\n";
 
 ExitCode SayNothingInstalled(const MachineState& state) {
-    Say(state.serverPath.empty() ? "nothing is installed"
-                                 : "nothing was installed by rvsetup; the camera is registered for " +
-                                       state.serverPath + ", and \"regsvr32 /u\" with that path takes it away");
+    Say(state.serverPath.empty()
+            ? "nothing is installed"
+            : "nothing was installed by rvsetup; the camera is registered for " + Printable(state.serverPath) +
+                  ", and \"regsvr32 /u\" with that path takes it away");
     return ExitCode::NotInstalled;
 }
 
@@ -52,7 +54,7 @@ ExitCode UninstallCommand::Run() {
     }
     const auto state = places ? ReadMachine(*places, problem) : std::nullopt;
     if (!state) {
-        Say(problem);
+        Say(Printable(problem));
         return ExitCode::Failure;
     }
     if (!state->journal) {
@@ -69,7 +71,7 @@ ExitCode UninstallCommand::CarryOut(const Places& places, const Plan& plan) cons
         SetCurrentDirectoryW(system);
     }
     for (const std::string& note : plan.notes) {
-        Say(note);
+        Say(Printable(note));
     }
     Executor executor(places, plan);
     const ExitCode code = executor.Run();

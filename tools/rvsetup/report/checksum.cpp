@@ -1,5 +1,6 @@
 #include "rvsetup/report/checksum.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -80,25 +81,37 @@ std::uint32_t Crc32(std::string_view bytes) noexcept {
     return ~crc;
 }
 
-std::string Sha256Text(std::string_view bytes) {
-    State state = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-    const std::size_t whole = bytes.size() / kBlockBytes * kBlockBytes;
-    for (std::size_t at = 0; at < whole; at += kBlockBytes) {
-        HashBlock(state, bytes.data() + at);
+void Sha256::Add(std::string_view bytes) {
+    m_bytes += bytes.size();
+    if (!m_rest.empty()) {
+        const std::size_t missing = std::min(kBlockBytes - m_rest.size(), bytes.size());
+        m_rest += bytes.substr(0, missing);
+        bytes.remove_prefix(missing);
+        if (m_rest.size() < kBlockBytes) {
+            return;
+        }
+        HashBlock(m_state, m_rest.data());
+        m_rest.clear();
     }
+    for (; bytes.size() >= kBlockBytes; bytes.remove_prefix(kBlockBytes)) {
+        HashBlock(m_state, bytes.data());
+    }
+    m_rest = bytes;
+}
+
+std::string Sha256::Text() {
     // The rest, a one bit, zeros, and the length in bits at the end of the last block.
-    std::string rest(bytes.substr(whole));
-    rest += '\x80';
-    rest.resize((rest.size() + 8 + kBlockBytes - 1) / kBlockBytes * kBlockBytes, '\0');
-    const std::uint64_t bits = std::uint64_t{bytes.size()} * 8;
-    for (std::size_t i = 0; i < 8; ++i) {
-        rest[rest.size() - 1 - i] = static_cast<char>(bits >> (8 * i));
+    const std::uint64_t bits = m_bytes * 8;
+    std::string padding(1, '\x80');
+    while ((m_rest.size() + padding.size() + 8) % kBlockBytes != 0) {
+        padding += '\0';
     }
-    for (std::size_t at = 0; at < rest.size(); at += kBlockBytes) {
-        HashBlock(state, rest.data() + at);
+    for (int shift = 56; shift >= 0; shift -= 8) {
+        padding += static_cast<char>(bits >> shift);
     }
+    Add(padding);
     std::string text;
-    for (const std::uint32_t word : state) {
+    for (const std::uint32_t word : m_state) {
         for (int shift = 28; shift >= 0; shift -= 4) {
             text += "0123456789abcdef"[(word >> shift) & 0xF];
         }

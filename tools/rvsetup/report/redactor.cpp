@@ -4,18 +4,10 @@
 #include <cctype>
 #include <cstddef>
 
+#include "rvsetup/system/text.h"
+
 namespace ravlo {
 namespace {
-
-char Lower(char letter) noexcept {
-    return static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-}
-
-std::string Lowered(std::string_view text) {
-    std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(), Lower);
-    return lower;
-}
 
 /// Part of a word; bytes of letters beyond ASCII are.
 bool IsWordByte(char byte) noexcept {
@@ -91,6 +83,17 @@ void Redactor::AddName(const std::string& name, const std::string& placeholder) 
                      [](const auto& left, const auto& right) { return left.first.size() > right.first.size(); });
 }
 
+void Redactor::AddAccount(const std::string& sid, const std::string& account, const std::string& placeholder) {
+    if (!IsPersonalSid(sid)) {
+        return;
+    }
+    const std::size_t split = account.find('\\');
+    AddName(split == std::string::npos ? account : account.substr(split + 1), placeholder);
+    if (split != std::string::npos) {
+        AddName(account.substr(0, split), "<machine>");
+    }
+}
+
 std::string Redactor::Redact(std::string_view text) {
     std::string result = ReplaceUserFolders(ReplaceSids(text));
     for (const auto& [name, placeholder] : m_names) {
@@ -99,13 +102,17 @@ std::string Redactor::Redact(std::string_view text) {
     return result;
 }
 
+std::string WithoutTornLine(std::string_view text) {
+    const std::size_t end = text.find('\n');
+    return end == std::string_view::npos ? std::string() : std::string(text.substr(end + 1));
+}
+
 std::string Redactor::ReplaceSids(std::string_view text) {
     std::string result;
     std::size_t done = 0;
     const std::string lower = Lowered(text);
     // Accounts of a machine or domain, and of the cloud; all other SIDs mean the same everywhere.
     for (std::size_t at = 0; (at = lower.find("s-1-", at)) != std::string::npos;) {
-        const std::string_view rest = std::string_view(lower).substr(at);
         std::size_t end = at + 4;
         while (end < lower.size() && IsSidByte(lower[end])) {
             ++end;
@@ -113,7 +120,7 @@ std::string Redactor::ReplaceSids(std::string_view text) {
         while (lower[end - 1] == '-') {
             --end;  // a dash behind it is no part of it
         }
-        if (rest.starts_with("s-1-5-21-") || rest.starts_with("s-1-12-")) {
+        if (IsPersonalSid(Uppered(text.substr(at, end - at)))) {
             std::string& placeholder = m_sids[lower.substr(at, end - at)];
             if (placeholder.empty()) {
                 placeholder = "<SID-" + std::to_string(m_sids.size()) + ">";

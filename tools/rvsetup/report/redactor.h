@@ -15,6 +15,9 @@ public:
     /// A name to be replaced wherever it stands as a word, in whatever case. Names shorter than two bytes are left alone.
     void AddName(const std::string& name, const std::string& placeholder);
 
+    /// The parts of "domain\name" are replaced likewise, unless the SID is that of an account which every machine has.
+    void AddAccount(const std::string& sid, const std::string& account, const std::string& placeholder);
+
     std::string Redact(std::string_view text);
 
 private:
@@ -23,5 +26,9 @@ private:
     std::vector<std::pair<std::string, std::string>> m_names;  ///< longer names first; lower case
     std::map<std::string, std::string> m_sids;
 };
+
+/// What follows the first line end: the front of a text that was cut somewhere, whose rest of a SID or a name would not be
+/// recognised. Empty for a text without one.
+std::string WithoutTornLine(std::string_view text);
 
 }  // namespace ravlo

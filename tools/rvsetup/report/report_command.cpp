@@ -4,6 +4,7 @@
 #include "common/messages.h"
 #include "rvsetup/report/report_content.h"
 #include "rvsetup/report/report_target.h"
+#include "rvsetup/system/text.h"
 
 namespace ravlo {
 namespace {
@@ -16,15 +17,15 @@ constexpr const char* kExamples =
     "\n"
     "Contains: what doctor finds, the registry values of the camera, sizes, versions\n"
     "and SHA-256 of the installed files, and the last 2 MiB of each trace log.\n"
-    "Exit codes: 0; 1 when it cannot be written.\n";
+    "Exit codes: 0; 1 when it cannot be written; 4 when you may not write there.\n";
 
 void ListContent(const ReportContent& content) {
     Say("the report contains:");
     for (const ReportPart& part : content.parts) {
-        Say("  " + part.name + ": " + part.what + " (" + std::to_string(part.content.size()) + " bytes)");
+        Say("  " + part.name + ": " + Printable(part.what) + " (" + std::to_string(part.content.size()) + " bytes)");
     }
     for (const std::string& item : content.personal) {
-        Say("  of persons: " + item);
+        Say("  of persons: " + Printable(item));
     }
     Say(content.personal.empty() ? "names, SIDs and user folders are replaced by placeholders"
                                  : "--redact replaces names, SIDs and user folders by placeholders");
@@ -45,15 +46,15 @@ ExitCode ReportCommand::Run() {
         return ExitCode::Failure;
     }
     const Interrupt interrupt;
-    const ReportContent content = GatherReport(m_options.redact);
+    const ReportContent content = GatherReport(m_options.redact, interrupt.Event());
     if (interrupt.IsRaised()) {
         Say("interrupted; nothing was written");
         return ExitCode::Interrupted;
     }
     ListContent(content);
-    if (const std::string why = WriteReport(m_options, content); !why.empty()) {
-        Say(why);
-        return ExitCode::Failure;
+    if (const ReportWritten written = WriteReport(m_options, content); !written.problem.empty()) {
+        Say(written.problem);
+        return written.code;
     }
     Say("written: " + m_options.target);
     return ExitCode::Ok;

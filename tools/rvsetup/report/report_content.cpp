@@ -4,17 +4,22 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <iterator>
+#include <limits>
 #include <string_view>
 
 #include "common/wide_text.h"
 #include "ravlo/version.h"
 #include "rvsetup/doctor/diagnose.h"
 #include "rvsetup/doctor/gather.h"
-#include "rvsetup/doctor/module_facts.h"
 #include "rvsetup/doctor/registered_module.h"
+#include "rvsetup/install/locations.h"
 #include "rvsetup/report/checksum.h"
 #include "rvsetup/report/redactor.h"
+#include "rvsetup/system/camera_names.h"
+#include "rvsetup/system/pe_image.h"
+#include "rvsetup/system/text.h"
 #include "rvsetup/trace/log_files.h"
 
 namespace ravlo {
@@ -43,32 +48,39 @@ std::string RegistryText(const RegisteredModule& registered, const AnchorFacts& 
     return text + "\n";
 }
 
-std::string FileLine(const std::wstring& folder, const WIN32_FIND_DATAW& found) {
+std::string FileLine(const std::wstring& folder, const WIN32_FIND_DATAW& found, HANDLE interrupt) {
+    constexpr std::size_t kMostForVersion = 64 * kMebibyte;
     const std::wstring path = folder + L"\\" + found.cFileName;
     std::string line = ToUtf8(path);
     if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
         return line + "  folder\n";
     }
-    std::string bytes;
-    DWORD error = ERROR_SUCCESS;
-    if (!ReadFileBytes(path, bytes, error)) {
+    Sha256 hash;
+    std::uint64_t size = 0;
+    std::string front;
+    const auto take = [&](std::string_view bytes) {
+        hash.Add(bytes);
+        size += bytes.size();
+        front += bytes.substr(0, kMostForVersion - std::min(front.size(), kMostForVersion));
+    };
+    const DWORD error = ReadTail(path, std::numeric_limits<std::uint64_t>::max(), take, interrupt);
+    if (error != ERROR_SUCCESS) {
         return line + "  " + SystemErrorText(error) + "\n";
     }
-    const std::string version = FileVersionOf(bytes);
-    line += "  " + std::to_string(bytes.size()) + " bytes  " + (version.empty() ? "no version" : "version " + version);
-    return line + "  sha256 " + Sha256Text(bytes) + "\n";
+    const std::string version = ReadPeImage(front).version;
+    line += "  " + std::to_string(size) + " bytes  " + (version.empty() ? "no version" : "version " + version);
+    return line + "  sha256 " + hash.Text() + "\n";
 }
 
 /// Other files of the folders are nobody's business.
 bool IsOurs(const wchar_t* name) {
-    static constexpr const wchar_t* kNames[] = {L"rvmediasource.dll", L"rvfeeder.exe", L"rvhost.exe",
-                                                L"rvsetup.exe",       L"rvclient.exe", L"ravloproducer.dll"};
-    return std::any_of(std::begin(kNames), std::end(kNames), [name](const wchar_t* ours) {
-        return CompareStringOrdinal(name, -1, ours, -1, TRUE) == CSTR_EQUAL;
-    });
+    static constexpr const char* kNames[] = {kDllName,      "rvfeeder.exe", "rvhost.exe",
+                                             "rvsetup.exe", "rvclient.exe", "ravloproducer.dll"};
+    return std::any_of(std::begin(kNames), std::end(kNames),
+                       [name](const char* ours) { return IsSameText(ToUtf8(name), ours); });
 }
 
-std::string FolderText(const std::wstring& folder) {
+std::string FolderText(const std::wstring& folder, HANDLE interrupt) {
     std::string text;
     WIN32_FIND_DATAW found{};
     const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &found);
@@ -77,51 +89,53 @@ std::string FolderText(const std::wstring& folder) {
     }
     do {
         if (IsOurs(found.cFileName)) {
-            text += FileLine(folder, found);
+            text += FileLine(folder, found, interrupt);
         }
     } while (FindNextFileW(search, &found));
     FindClose(search);
     return text;
 }
 
-std::wstring OwnFolder() {
-    std::array<wchar_t, 1040> path{};
-    GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size() - 1));
-    return FolderOf(path.data());
-}
-
-std::string FilesText(const RegisteredModule& registered) {
-    const std::wstring own = OwnFolder();
-    const std::wstring module = FolderOf(registered.path);
-    std::string text = FolderText(own);
+std::string FilesText(const RegisteredModule& registered, HANDLE interrupt) {
+    const std::wstring own = ToWide(OwnFolder());
+    const std::wstring module = IsAbsolutePath(ToUtf8(registered.path)) ? FolderOf(registered.path) : std::wstring();
+    std::string text = FolderText(own, interrupt);
     if (!module.empty() && CompareStringOrdinal(own.c_str(), -1, module.c_str(), -1, TRUE) != CSTR_EQUAL) {
-        text += FolderText(module);
+        text += FolderText(module, interrupt);
     }
     return text;
 }
 
 /// The name of a log inside the report.
 std::string LogName(const LogFile& log) {
-    return !log.isGated                                        ? "logs/temp.log"
-           : log.path.starts_with(L"C:\\ProgramData\\Ravlo\\") ? "logs/program-data.log"
-                                                               : "logs/module-folder.log";
+    return !log.isGated                                                       ? "logs/temp.log"
+           : log.path.starts_with(std::wstring(kCameraLogFolderWide) + L"\\") ? "logs/program-data.log"
+                                                                              : "logs/module-folder.log";
 }
 
-void AddLogs(const RegisteredModule& registered, ReportContent& content) {
+/// The last lines of a log, each of them whole.
+std::string LogText(const LogFile& log, HANDLE interrupt) {
+    if (IsFolderRefused(log)) {
+        return std::string("left out: ") + TraceDirVerdictWord(log.verdict) + "\n";
+    }
+    std::string text;
+    const auto keep = [&text](std::string_view bytes) { text += bytes; };
+    const DWORD error = ReadTail(log.path, kMostLogBytes, keep, interrupt);
+    if (error != ERROR_SUCCESS) {
+        return "cannot be read: " + SystemErrorText(error) + "\n";
+    }
+    return text.size() < kMostLogBytes ? text : WithoutTornLine(text);
+}
+
+void AddLogs(const RegisteredModule& registered, HANDLE interrupt, ReportContent& content) {
     for (const LogFile& log : FindLogFiles(registered.path)) {
-        if (!log.exists) {
-            continue;
+        if (log.exists) {
+            const std::string what =
+                IsFolderRefused(log)
+                    ? "left out, " + std::string(TraceDirVerdictWord(log.verdict)) + ": the trace log "
+                    : "the last " + std::to_string(kMostLogBytes / kMebibyte) + " MiB of the trace log ";
+            content.parts.push_back({LogName(log), LogText(log, interrupt), what + ToUtf8(log.path)});
         }
-        ReportPart part{
-            LogName(log),
-            {},
-            "the last " + std::to_string(kMostLogBytes / kMebibyte) + " MiB of the trace log " + ToUtf8(log.path)};
-        const DWORD error =
-            ReadTail(log.path, kMostLogBytes, [&part](std::string_view bytes) { part.content += bytes; });
-        if (error != ERROR_SUCCESS) {
-            part.content = "cannot be read: " + SystemErrorText(error) + "\n";
-        }
-        content.parts.push_back(std::move(part));
     }
 }
 
@@ -133,65 +147,72 @@ std::string AboutText(const DoctorFacts& facts, bool redact) {
            std::to_string(facts.windows.build) + "\n";
 }
 
-void AddAccount(Redactor& redactor, const std::string& account, const std::string& placeholder) {
-    const std::size_t split = account.find('\\');
-    redactor.AddName(split == std::string::npos ? account : account.substr(split + 1), placeholder);
-    if (split != std::string::npos) {
-        redactor.AddName(account.substr(0, split), "<machine>");
-    }
-}
-
-void RedactAll(const AnchorFacts& anchor, ReportContent& content) {
-    Redactor redactor;
-    AddAccount(redactor, anchor.account, "<authorized user>");
-    if (anchor.runningSid != anchor.sid) {
-        AddAccount(redactor, anchor.runningAccount, "<running user>");
-    }
+std::string MachineName() {
     std::array<wchar_t, MAX_COMPUTERNAME_LENGTH + 1> machine{};
     auto length = static_cast<DWORD>(machine.size());
-    if (GetComputerNameW(machine.data(), &length)) {
-        redactor.AddName(ToUtf8(machine.data()), "<machine>");
-    }
-    for (ReportPart& part : content.parts) {
-        part.content = redactor.Redact(part.content);
-    }
+    return GetComputerNameW(machine.data(), &length) ? ToUtf8(machine.data()) : std::string();
 }
 
-std::string Named(const std::string& sid, const std::string& account) {
-    return account.empty() ? sid : account + ", " + sid;
+Redactor MakeRedactor(const AnchorFacts& anchor) {
+    Redactor redactor;
+    redactor.AddAccount(anchor.sid, anchor.account, "<authorized user>");
+    if (anchor.runningSid != anchor.sid) {
+        redactor.AddAccount(anchor.runningSid, anchor.runningAccount, "<running user>");
+    }
+    redactor.AddName(MachineName(), "<machine>");
+    return redactor;
+}
+
+std::vector<std::string> PersonalItems(const AnchorFacts& anchor) {
+    std::vector<std::string> items;
+    if (!anchor.sid.empty()) {
+        items.push_back("SID and name of the authorized user: " + NamedSid(anchor.sid, anchor.account));
+    }
+    if (anchor.runningSid != anchor.sid) {
+        items.push_back("SID and name of the user who runs this: " +
+                        NamedSid(anchor.runningSid, anchor.runningAccount));
+    }
+    items.push_back("the name of this machine, " + MachineName() + ", as part of account names");
+    items.emplace_back(
+        "in registry.txt, files.txt, the doctor's text and the logs: paths, with the folders of users in them");
+    items.emplace_back("in the logs: SIDs of accounts, and names of programs that used the camera");
+    return items;
 }
 
 }  // namespace
 
-ReportContent GatherReport(bool redact) {
+ReportContent GatherReport(bool redact, void* interrupt) {
     ReportContent content;
     const RegisteredModule registered = ReadRegisteredModule();
-    // The logs first: the doctor loads the module, which then writes lines of its own.
-    ReportContent logs;
-    AddLogs(registered, logs);
-    const DoctorFacts facts = GatherFacts({});
-    const std::vector<Finding> findings = Diagnose(facts);
+    const DoctorFacts facts = GatherFacts({.interrupt = interrupt});
+    std::vector<Finding> findings = Diagnose(facts);
+    Redactor redactor = MakeRedactor(facts.anchor);
+    if (redact) {
+        // Before they become JSON, in which a name may stand behind an escape.
+        for (Finding& finding : findings) {
+            finding.found = redactor.Redact(finding.found);
+            finding.next = redactor.Redact(finding.next);
+        }
+    }
     content.parts = {
         {"about.txt", AboutText(facts, redact), "versions of this program and of Windows"},
+        {"registry.txt", RegistryText(registered, facts.anchor), "the registry values of the camera"},
+        {"files.txt", FilesText(registered, interrupt), "names, sizes, versions and SHA-256 of the installed files"},
+    };
+    AddLogs(registered, interrupt, content);
+    if (redact) {
+        for (ReportPart& part : content.parts) {
+            part.content = redactor.Redact(part.content);
+            part.what = redactor.Redact(part.what);
+        }
+    } else {
+        content.personal = PersonalItems(facts.anchor);
+    }
+    const std::vector<ReportPart> judged = {
         {"doctor.txt", FindingsAsText(findings), "what rvsetup doctor finds"},
         {"doctor.json", FindingsAsJson(findings), "the same for programs"},
-        {"registry.txt", RegistryText(registered, facts.anchor), "the registry values of the camera"},
-        {"files.txt", FilesText(registered), "names, sizes, versions and SHA-256 of the installed files"},
     };
-    content.parts.insert(content.parts.end(), logs.parts.begin(), logs.parts.end());
-    if (redact) {
-        RedactAll(facts.anchor, content);
-        return content;
-    }
-    if (!facts.anchor.sid.empty()) {
-        content.personal.push_back("the SID and name of the authorized user (" +
-                                   Named(facts.anchor.sid, facts.anchor.account) + ")");
-    }
-    if (facts.anchor.runningSid != facts.anchor.sid) {
-        content.personal.push_back("the SID and name of the user who runs this (" +
-                                   Named(facts.anchor.runningSid, facts.anchor.runningAccount) + ")");
-    }
-    content.personal.emplace_back("in the logs: SIDs of accounts and names of programs that used the camera");
+    content.parts.insert(content.parts.begin() + 1, judged.begin(), judged.end());
     return content;
 }
 

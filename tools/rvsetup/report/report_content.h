@@ -17,7 +17,8 @@ struct ReportContent {
     std::vector<std::string> personal;  ///< what in it concerns a person, in words
 };
 
-/// Gathers everything. With `redact`, names and account numbers are replaced by placeholders.
-ReportContent GatherReport(bool redact);
+/// Gathers everything. With `redact`, names and account numbers are replaced by placeholders. A signalled `interrupt`
+/// (an event, may be null) ends it early, with a part of it.
+ReportContent GatherReport(bool redact, void* interrupt);
 
 }  // namespace ravlo

@@ -3,7 +3,9 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <ranges>
 #include <system_error>
+#include <vector>
 
 #include "common/binary_file.h"
 #include "rvsetup/report/zip_file.h"
@@ -40,26 +42,85 @@ ZipTime Now() {
             static_cast<std::uint32_t>(time.seconds().count())};
 }
 
-std::string WriteZip(const std::string& target, const ReportContent& content) {
+/// Whether nobody lets us make anything in a folder; false when it is not there at all.
+bool IsClosedToUs(const std::filesystem::path& folder) {
+    const std::filesystem::path trial = folder / ".rvsetup-report-trial";
+    std::error_code failed;
+    if (std::filesystem::create_directory(trial, failed)) {
+        std::filesystem::remove(trial, failed);
+        return false;
+    }
+    return failed == std::errc::permission_denied;
+}
+
+ReportWritten CannotWrite(const std::filesystem::path& file) {
+    std::error_code failed;
+    std::filesystem::path folder = std::filesystem::absolute(file, failed).parent_path();
+    while (!std::filesystem::exists(folder, failed) && folder.has_relative_path()) {
+        folder = folder.parent_path();
+    }
+    return {"cannot write " + Full(TextOf(file)) + "; choose a folder that you may write to",
+            IsClosedToUs(folder) ? ExitCode::AccessDenied : ExitCode::Failure};
+}
+
+ReportWritten WriteZip(const std::string& target, const ReportContent& content) {
     ZipFile zip(Now());
     for (const ReportPart& part : content.parts) {
         zip.Add(part.name, part.content);
     }
     const std::string bytes = zip.Finish();
-    return WriteWholeFile(target, bytes.data(), bytes.size())
-               ? std::string()
-               : "cannot write " + Full(target) + "; choose a folder that you may write to";
+    return WriteWholeFile(target, bytes.data(), bytes.size()) ? ReportWritten() : CannotWrite(PathOf(target));
 }
 
-std::string WriteFolder(const std::string& target, const ReportContent& content) {
-    for (const ReportPart& part : content.parts) {
-        const std::filesystem::path path = PathOf(target) / PathOf(part.name);
-        std::error_code failed;
-        std::filesystem::create_directories(path.parent_path(), failed);
-        if (failed || !WriteWholeFile(TextOf(path), part.content.data(), part.content.size())) {
-            return "cannot write " + Full(TextOf(path)) + "; choose a folder that you may write to";
+/// What was made on the way to a folder's report, and goes again unless it is kept.
+class MadeFiles {
+public:
+    MadeFiles() = default;
+    MadeFiles(const MadeFiles&) = delete;
+    MadeFiles& operator=(const MadeFiles&) = delete;
+    ~MadeFiles() {
+        std::error_code ignored;
+        for (const std::filesystem::path& path : std::views::reverse(m_paths)) {
+            std::filesystem::remove(path, ignored);
         }
     }
+
+    /// Makes a folder and those that it lies in.
+    bool MakeFolder(const std::filesystem::path& folder) {
+        std::error_code failed;
+        if (folder.empty() || std::filesystem::is_directory(folder, failed)) {
+            return true;
+        }
+        if (!MakeFolder(folder.parent_path()) || !std::filesystem::create_directory(folder, failed)) {
+            return false;
+        }
+        m_paths.push_back(folder);
+        return true;
+    }
+    bool MakeFile(const std::filesystem::path& path, const std::string& content) {
+        if (!WriteWholeFile(TextOf(path), content.data(), content.size())) {
+            return false;
+        }
+        m_paths.push_back(path);
+        return true;
+    }
+    void Keep() noexcept { m_paths.clear(); }
+
+private:
+    std::vector<std::filesystem::path> m_paths;
+};
+
+ReportWritten WriteFolder(const std::string& target, const ReportContent& content) {
+    std::error_code failed;
+    const std::filesystem::path folder = std::filesystem::absolute(PathOf(target), failed);
+    MadeFiles made;
+    for (const ReportPart& part : content.parts) {
+        const std::filesystem::path path = folder / PathOf(part.name);
+        if (!made.MakeFolder(path.parent_path()) || !made.MakeFile(path, part.content)) {
+            return CannotWrite(path);
+        }
+    }
+    made.Keep();
     return {};
 }
 
@@ -89,7 +150,7 @@ std::string WhyNoTarget(const ReportOptions& options) {
     return {};
 }
 
-std::string WriteReport(const ReportOptions& options, const ReportContent& content) {
+ReportWritten WriteReport(const ReportOptions& options, const ReportContent& content) {
     return IsZipName(options.target) ? WriteZip(options.target, content) : WriteFolder(options.target, content);
 }
 

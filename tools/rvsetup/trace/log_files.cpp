@@ -1,13 +1,20 @@
 #include "rvsetup/trace/log_files.h"
 
+#include <aclapi.h>
+#include <sddl.h>
+
+#include "common/wide_text.h"
+#include "pipe/authorized_user.h"
+#include "platform/local_memory.h"
 #include "platform/unique_handle.h"
 #include "rvsetup/doctor/registered_module.h"
+#include "rvsetup/system/camera_names.h"
+#include "rvsetup/system/text.h"
 #include "rvsetup/trace/log_clock.h"
 
 namespace ravlo {
 namespace {
 
-constexpr wchar_t kProgramDataFolder[] = L"C:\\ProgramData\\Ravlo";
 constexpr wchar_t kLogName[] = L"\\trace.log";
 constexpr wchar_t kTempLog[] = L"C:\\Windows\\Temp\\ravlo-trace.log";
 /// As much of a log's end as tells who wrote last.
@@ -31,10 +38,23 @@ void LookAt(LogFile& log) {
     log.lastWriteMs = UnixMs(data.ftLastWriteTime);
 }
 
+bool BelongsToUs(const std::wstring& folder) {
+    PSID owner = nullptr;
+    LocalMemory<PSECURITY_DESCRIPTOR> descriptor;
+    LocalWideString text;
+    std::wstring self;
+    DWORD error = ERROR_SUCCESS;
+    return GetNamedSecurityInfoW(const_cast<wchar_t*>(folder.c_str()), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION,
+                                 &owner, nullptr, nullptr, nullptr, descriptor.Put()) == ERROR_SUCCESS &&
+           owner != nullptr && ConvertSidToStringSidW(owner, text.Put()) && GetOwnTokenUserSid(self, error) &&
+           self == text.Get();
+}
+
 LogFile Gated(const std::wstring& folder) {
     LogFile log;
     log.path = folder + kLogName;
     log.verdict = RvCheckTraceDirectory(folder.c_str(), &log.gateError);
+    log.isOwnFolder = log.verdict == RvTraceDirVerdict::ForeignOwner && BelongsToUs(folder);
     LookAt(log);
     return log;
 }
@@ -42,8 +62,8 @@ LogFile Gated(const std::wstring& folder) {
 }  // namespace
 
 std::vector<LogFile> FindLogFiles(const std::wstring& modulePath) {
-    std::vector<LogFile> logs{Gated(kProgramDataFolder)};
-    if (const std::wstring folder = FolderOf(modulePath); !folder.empty()) {
+    std::vector<LogFile> logs{Gated(kCameraLogFolderWide)};
+    if (const std::wstring folder = FolderOf(modulePath); IsAbsolutePath(ToUtf8(modulePath)) && !folder.empty()) {
         logs.push_back(Gated(folder));
     }
     LogFile last;
@@ -54,11 +74,17 @@ std::vector<LogFile> FindLogFiles(const std::wstring& modulePath) {
     return logs;
 }
 
+bool IsFolderRefused(const LogFile& log) noexcept {
+    return log.isGated &&
+           (log.verdict == RvTraceDirVerdict::ReparsePoint || log.verdict == RvTraceDirVerdict::NotADirectory ||
+            (log.verdict == RvTraceDirVerdict::ForeignOwner && !log.isOwnFolder));
+}
+
 std::optional<std::size_t> NewestLog(const std::vector<LogFile>& logs) {
     std::optional<std::size_t> newest;
     std::int64_t best = 0;
     for (std::size_t i = 0; i < logs.size(); ++i) {
-        if (!logs[i].exists) {
+        if (!logs[i].exists || IsFolderRefused(logs[i])) {
             continue;
         }
         std::string tail;
@@ -73,11 +99,28 @@ std::optional<std::size_t> NewestLog(const std::vector<LogFile>& logs) {
 }
 
 HANDLE OpenSharedFile(const std::wstring& path) noexcept {
-    return CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                nullptr, OPEN_EXISTING,
+                                FILE_FLAG_OPEN_REPARSE_POINT | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS, nullptr));
+    if (!file) {
+        return INVALID_HANDLE_VALUE;
+    }
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (GetFileType(file.Get()) != FILE_TYPE_DISK || !GetFileInformationByHandle(file.Get(), &info) ||
+        (info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        file.Reset();
+        SetLastError(ERROR_CANT_ACCESS_FILE);
+        return INVALID_HANDLE_VALUE;
+    }
+    return file.Release();
 }
 
-DWORD ReadTail(const std::wstring& path, std::uint64_t most, const std::function<void(std::string_view)>& sink) {
+bool IsSignalled(HANDLE event) noexcept {
+    return event != nullptr && WaitForSingleObject(event, 0) == WAIT_OBJECT_0;
+}
+
+DWORD ReadTail(const std::wstring& path, std::uint64_t most, const std::function<void(std::string_view)>& sink,
+               HANDLE interrupt) {
     const UniqueFile file(OpenSharedFile(path));
     LARGE_INTEGER size{};
     if (!file || !GetFileSizeEx(file.Get(), &size)) {
@@ -92,6 +135,9 @@ DWORD ReadTail(const std::wstring& path, std::uint64_t most, const std::function
     std::string block(kBlockBytes, '\0');
     // No more than what was there at first: somebody may go on writing faster than this reads.
     for (std::uint64_t left = length - static_cast<std::uint64_t>(begin.QuadPart); left != 0;) {
+        if (IsSignalled(interrupt)) {
+            return ERROR_CANCELLED;
+        }
         DWORD read = 0;
         const auto wanted = static_cast<DWORD>(left < kBlockBytes ? left : kBlockBytes);
         if (!ReadFile(file.Get(), block.data(), wanted, &read, nullptr)) {

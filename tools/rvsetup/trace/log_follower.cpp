@@ -76,7 +76,7 @@ void LogFollower::ReadOn(HANDLE file, const std::function<void(std::string&&)>& 
     }
     std::string block(kBlockBytes, '\0');
     DWORD read = 0;
-    while (ReadFile(file, block.data(), kBlockBytes, &read, nullptr) && read != 0) {
+    while (!IsSignalled(m_interrupt) && ReadFile(file, block.data(), kBlockBytes, &read, nullptr) && read != 0) {
         m_next += read;
         for (std::string& line : m_splitter.Add({block.data(), read})) {
             take(std::move(line));

@@ -19,7 +19,9 @@ class LogFollower {
 public:
     using LineTest = std::function<bool(const std::string&)>;
 
-    explicit LogFollower(std::wstring path) : m_path(std::move(path)) {}
+    /// Reading ends early once the event `interrupt` is signalled; null: never.
+    explicit LogFollower(std::wstring path, HANDLE interrupt = nullptr)
+        : m_path(std::move(path)), m_interrupt(interrupt) {}
 
     /// The last `count` lines of what is there now that `isWanted` accepts; all are wanted where it is empty. It looks for
     /// them no farther than 64 MiB from the end. NewLines goes on behind them.
@@ -47,6 +49,7 @@ private:
     bool Look(HANDLE file, std::uint64_t& size);
 
     std::wstring m_path;
+    HANDLE m_interrupt;
     LineSplitter m_splitter;
     Identity m_identity;
     std::uint64_t m_next = 0;

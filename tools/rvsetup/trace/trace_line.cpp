@@ -1,12 +1,17 @@
 #include "rvsetup/trace/trace_line.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <utility>
 
+#include "rvsetup/system/text.h"
+
 namespace ravlo {
 namespace {
 
+/// No name of a file is longer: the search for the end of a program's name must end in a line that only looks like one.
+constexpr std::size_t kLongestName = 255;
 constexpr std::size_t kTimeLength = 12;
 constexpr std::string_view kUnknownTime = "??:??:??.???";
 
@@ -87,7 +92,8 @@ bool TakePrefix(std::string_view& text, LogLine& line) {
         return false;
     }
     // A program's name may hold brackets and blanks itself; what counts is the time behind it.
-    for (std::size_t end = rest.find("] "); end != std::string_view::npos; end = rest.find("] ", end + 1)) {
+    const std::string_view names = rest.substr(0, kLongestName + 2);
+    for (std::size_t end = names.find("] "); end != std::string_view::npos; end = names.find("] ", end + 1)) {
         const std::string_view behind = rest.substr(end + 2);
         if (behind.size() > kTimeLength && behind[kTimeLength] == ' ' &&
             ParseTime(behind.substr(0, kTimeLength), line.msOfDay)) {
@@ -118,6 +124,10 @@ std::vector<LogLine> ParseLogLines(std::string_view line) {
         lines.push_back(std::move(parsed));
         at = line.size() - rest.size();
     }
+    for (LogLine& parsed : lines) {
+        parsed.process = Printable(parsed.process);
+        parsed.message = Printable(parsed.message);
+    }
     return lines;
 }
 
@@ -127,17 +137,24 @@ std::string_view TagOfMessage(std::string_view message) noexcept {
 
 std::vector<std::string> LineSplitter::Add(std::string_view bytes) {
     std::vector<std::string> lines;
-    m_rest += bytes;
-    std::size_t begin = 0;
-    for (std::size_t end = 0; (end = m_rest.find('\n', begin)) != std::string::npos; begin = end + 1) {
-        const std::size_t length = end - begin - (end > begin && m_rest[end - 1] == '\r' ? 1U : 0U);
-        lines.emplace_back(m_rest, begin, length);
+    while (true) {
+        const std::size_t end = bytes.find('\n');
+        // One byte more than a line may have, which can be the first one of its end.
+        m_rest += bytes.substr(0, std::min(end, kLongestLine + 1 - m_rest.size()));
+        if (end == std::string_view::npos) {
+            return lines;
+        }
+        if (m_rest.ends_with('\r')) {
+            m_rest.pop_back();
+        }
+        m_rest.resize(std::min(m_rest.size(), kLongestLine));
+        lines.push_back(std::exchange(m_rest, {}));
+        bytes.remove_prefix(end + 1);
     }
-    m_rest.erase(0, begin);
-    return lines;
 }
 
 std::string LineSplitter::TakeRest() {
+    m_rest.resize(std::min(m_rest.size(), kLongestLine));
     return std::exchange(m_rest, {});
 }
 

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "trace/line_layout.h"
 
 namespace ravlo {
 
@@ -19,12 +22,14 @@ struct LogLine {
 
 /// Takes one line without its line end apart. Where the file holds torn lines, a second line may begin in the middle of
 /// the first: each beginning gives one LogLine. Text in front of the first beginning is lost; empty when there is none.
+/// Process and message are printable, whoever wrote them.
 std::vector<LogLine> ParseLogLines(std::string_view line);
 
 /// The first word of a message, such as "PIPE", "FAIL" or "STM.RequestSample"; empty for an empty message.
 std::string_view TagOfMessage(std::string_view message) noexcept;
 
-/// Cuts bytes that arrive piece by piece into lines without their line ends.
+/// Cuts bytes that arrive piece by piece into lines without their line ends. Of a line that is far longer than any that
+/// the camera writes only the beginning is kept.
 class LineSplitter {
 public:
     /// The lines that `bytes` completes.
@@ -33,8 +38,11 @@ public:
     /// What is left without a line end; empty afterwards.
     std::string TakeRest();
 
+    /// The longest line that is handed out, in bytes.
+    static constexpr std::size_t kLongestLine = std::size_t{16} * kLineCapacity;
+
 private:
-    std::string m_rest;
+    std::string m_rest;  ///< of the line that has no end yet; at most one byte longer than the longest
 };
 
 }  // namespace ravlo

@@ -1,8 +1,8 @@
 #include "rvsetup/trace/trace_options.h"
 
 #include <algorithm>
-#include <cctype>
 
+#include "rvsetup/system/text.h"
 #include "rvsetup/trace/trace_print.h"
 
 namespace ravlo {
@@ -20,11 +20,13 @@ void DeclareTraceOptions(OptionSet& set, TraceOptions& options) {
     set.Flag("--json", options.json, "One object a line");
 }
 
+std::string WhyNoLog(const std::string& path) {
+    return LeadsToFiles(path) ? std::string() : "it is no file";
+}
+
 std::string WhatIsWrongWith(const TraceOptions& options) {
     for (const std::string& tag : options.only) {
-        std::string upper = tag.substr(0, tag.find('.'));
-        std::transform(upper.begin(), upper.end(), upper.begin(),
-                       [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
+        const std::string upper = Uppered(tag.substr(0, tag.find('.')));
         const std::vector<std::string>& known = KnownTags();
         if (std::find(known.begin(), known.end(), upper) == known.end()) {
             const std::string nearest = NearestWord(known, upper);

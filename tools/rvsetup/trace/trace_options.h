@@ -19,6 +19,10 @@ struct TraceOptions {
 
 void DeclareTraceOptions(OptionSet& set, TraceOptions& options);
 
+/// Why the file at this absolute path cannot be a log, as part of a sentence; empty when it can. Told from the name
+/// alone: to look at a pipe is to open it.
+std::string WhyNoLog(const std::string& path);
+
 /// What is wrong with the options, as a sentence; empty when nothing is.
 std::string WhatIsWrongWith(const TraceOptions& options);
 

@@ -2,22 +2,15 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdint>
 
 #include <nlohmann/json.hpp>
 
+#include "rvsetup/system/text.h"
 #include "rvsetup/trace/trace_line.h"
 
 namespace ravlo {
 namespace {
-
-std::string Upper(std::string_view text) {
-    std::string upper(text);
-    std::transform(upper.begin(), upper.end(), upper.begin(),
-                   [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
-    return upper;
-}
 
 /// "HH:MM:SS.mmm".
 std::string TimeText(std::uint32_t msOfDay) {
@@ -99,7 +92,7 @@ const std::vector<std::string>& KnownTags() {
 
 TagFilter::TagFilter(const std::vector<std::string>& tags) {
     for (const std::string& tag : tags) {
-        m_tags.push_back(Upper(tag));
+        m_tags.push_back(Uppered(tag));
     }
 }
 
@@ -107,7 +100,7 @@ bool TagFilter::Accepts(std::string_view message) const {
     if (m_tags.empty()) {
         return true;
     }
-    const std::string tag = Upper(TagOfMessage(message));
+    const std::string tag = Uppered(TagOfMessage(message));
     return std::any_of(m_tags.begin(), m_tags.end(),
                        [&tag](const std::string& wanted) { return tag == wanted || tag.starts_with(wanted + "."); });
 }
@@ -124,7 +117,8 @@ std::string ShownLine(std::string_view line, const TagFilter& filter, const Prin
         if (!filter.AcceptsAll() || line.empty()) {
             return {};
         }
-        return style.json ? Dump({{"fragment", line}}) : std::string(line) + "\n";
+        const std::string fragment = Printable(line);
+        return style.json ? Dump({{"fragment", fragment}}) : fragment + "\n";
     }
     std::string shown;
     for (const LogLine& part : parsed) {

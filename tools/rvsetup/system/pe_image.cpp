@@ -1,10 +1,10 @@
-#include "rvsetup/install/pe_image.h"
+#include "rvsetup/system/pe_image.h"
 
 #include <algorithm>
-#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <stdexcept>
-#include <string_view>
-#include <vector>
 
 namespace ravlo {
 namespace {
@@ -13,14 +13,14 @@ constexpr std::uint16_t kMachineAmd64 = 0x8664;
 constexpr std::uint16_t kMachineI386 = 0x014C;
 constexpr std::uint16_t kIsDll = 0x2000;
 constexpr std::uint16_t kPe32Plus = 0x020B;
+constexpr std::size_t kPeOffset = 0x3C;
+constexpr std::size_t kFileHeaderSize = 24;  // with the signature
 constexpr std::size_t kExportDirectory = 0;
+constexpr std::size_t kImportDirectory = 1;
 constexpr std::size_t kResourceDirectory = 2;
 constexpr std::uint32_t kVersionResource = 16;
-/// More names than any DLL has resources or exports: a bound for a damaged file.
+/// More names than any DLL has resources, exports or imports: a bound for a damaged file.
 constexpr std::uint32_t kMaxEntries = 65536;
-
-/// In every registration of the camera, so in the DLL that registers it: it tells the camera from other COM servers.
-constexpr std::string_view kClassId = "{5E3C9A71-0B4D-4F82-A6C1-7D2E8B90F134}";
 
 struct Damaged : std::runtime_error {
     Damaged() : std::runtime_error("is damaged or cut off") {}
@@ -29,7 +29,7 @@ struct Damaged : std::runtime_error {
 /// The file's bytes with every access checked; throws Damaged.
 class Reader {
 public:
-    explicit Reader(std::span<const std::uint8_t> bytes) noexcept : m_bytes(bytes) {}
+    explicit Reader(std::string_view bytes) noexcept : m_bytes(bytes) {}
 
     std::uint16_t Half(std::size_t offset) const {
         return static_cast<std::uint16_t>(Byte(offset) | Byte(offset + 1) << 8U);
@@ -54,10 +54,10 @@ private:
         if (offset >= m_bytes.size()) {
             throw Damaged();
         }
-        return m_bytes[offset];
+        return static_cast<std::uint8_t>(m_bytes[offset]);
     }
 
-    std::span<const std::uint8_t> m_bytes;
+    std::string_view m_bytes;
 };
 
 struct Section {
@@ -70,8 +70,6 @@ struct Section {
 class Image {
 public:
     explicit Image(const Reader& file) : m_file(file) {
-        constexpr std::size_t kPeOffset = 0x3C;
-        constexpr std::size_t kFileHeaderSize = 24;
         const std::size_t header = m_file.Word(kPeOffset);
         const std::size_t sections = m_file.Half(header + 6);
         m_optional = header + kFileHeaderSize;
@@ -130,6 +128,20 @@ std::vector<std::string> ExportedNames(const Reader& file, const Image& image) {
     return names;
 }
 
+std::vector<std::string> ImportedNames(const Reader& file, const Image& image) {
+    constexpr std::size_t kEntrySize = 20;
+    constexpr std::size_t kNameAt = 12;
+    std::vector<std::string> names;
+    const auto imports = image.Directory(kImportDirectory);
+    for (std::size_t at = imports.value_or(0); imports && file.Word(at + kNameAt) != 0; at += kEntrySize) {
+        names.push_back(file.Text(image.OffsetOf(file.Word(at + kNameAt))));
+        if (names.size() > kMaxEntries) {
+            throw Damaged();
+        }
+    }
+    return names;
+}
+
 /// One level of the resource tree: the entry with this number, or the first one when `id` is nothing.
 std::optional<std::uint32_t> ResourceEntry(const Reader& file, std::size_t table, std::optional<std::uint32_t> id) {
     const std::uint32_t count = std::uint32_t{file.Half(table + 12)} + file.Half(table + 14);
@@ -142,14 +154,15 @@ std::optional<std::uint32_t> ResourceEntry(const Reader& file, std::size_t table
     return std::nullopt;
 }
 
-/// Version from the fixed part of the version resource: "1.0.0", or "1.0.0.7" when the fourth number is not 0.
-std::optional<std::string> VersionOf(const Reader& file, const Image& image) {
+/// Version from the fixed part of the version resource: "1.0.0", or "1.0.0.7" when the fourth number is not 0. Empty
+/// when there is none.
+std::string VersionOf(const Reader& file, const Image& image) {
     constexpr std::uint32_t kIsTable = 0x80000000;
     constexpr std::uint32_t kFixedInfoSignature = 0xFEEF04BD;
     constexpr std::size_t kFixedInfo = 40;  // behind three 16-bit numbers and the key "VS_VERSION_INFO"
     const auto root = image.Directory(kResourceDirectory);
     if (!root) {
-        return std::nullopt;
+        return {};
     }
     std::size_t table = *root;
     std::optional<std::uint32_t> entry = ResourceEntry(file, table, kVersionResource);
@@ -158,11 +171,11 @@ std::optional<std::string> VersionOf(const Reader& file, const Image& image) {
         entry = ResourceEntry(file, table, std::nullopt);
     }
     if (!entry || (*entry & kIsTable) != 0) {
-        return std::nullopt;
+        return {};
     }
     const std::size_t info = image.OffsetOf(file.Word(*root + *entry)) + kFixedInfo;
     if (file.Word(info) != kFixedInfoSignature) {
-        return std::nullopt;
+        return {};
     }
     std::string version = std::to_string(file.Half(info + 10)) + "." + std::to_string(file.Half(info + 8)) + "." +
                           std::to_string(file.Half(info + 14));
@@ -172,68 +185,43 @@ std::optional<std::string> VersionOf(const Reader& file, const Image& image) {
     return version;
 }
 
-bool HoldsWideText(std::span<const std::uint8_t> bytes, std::string_view text) {
-    std::vector<std::uint8_t> wide;
-    for (const char character : text) {
-        wide.push_back(static_cast<std::uint8_t>(character));
-        wide.push_back(0);
-    }
-    return std::search(bytes.begin(), bytes.end(), wide.begin(), wide.end()) != bytes.end();
-}
-
-/// Why the headers are not those of a 64-bit DLL; empty when they are.
-std::string JudgeHeaders(std::span<const std::uint8_t> bytes, const Reader& file) {
-    constexpr std::size_t kPeOffset = 0x3C;
-    if (bytes.size() < 2 || bytes[0] != 'M' || bytes[1] != 'Z') {
-        return "is no DLL: it does not begin like a program file of Windows";
+void ReadHeaders(const Reader& file, std::string_view bytes, PeImage& image) {
+    image.isProgram = bytes.starts_with("MZ");
+    if (!image.isProgram) {
+        return;
     }
     const std::size_t header = file.Word(kPeOffset);
-    if (header >= bytes.size() || file.Word(header) != 0x00004550) {
-        return "is no DLL: it is a program file of another kind";
+    image.isPe = header < bytes.size() && file.Word(header) == 0x00004550;
+    if (!image.isPe) {
+        return;
     }
     const std::uint16_t machine = file.Half(header + 4);
-    if (machine == kMachineI386) {
-        return "is a 32-bit file; the camera is loaded by 64-bit Windows services and must be the 64-bit DLL";
-    }
-    if (machine != kMachineAmd64 || file.Half(header + 24) != kPe32Plus) {
-        return "is built for another processor; x86-64 is needed";
-    }
-    if ((file.Half(header + 22) & kIsDll) == 0) {
-        return "is a program, not a DLL";
-    }
-    return {};
+    image.is32Bit = machine == kMachineI386;
+    image.is64 = machine == kMachineAmd64 && file.Half(header + kFileHeaderSize) == kPe32Plus;
+    image.isDll = (file.Half(header + 22) & kIsDll) != 0;
 }
 
 }  // namespace
 
-std::optional<std::string> InspectCameraDll(std::span<const std::uint8_t> bytes, std::string& problem) {
+PeImage ReadPeImage(std::string_view bytes) {
+    PeImage result;
     try {
         const Reader file(bytes);
-        problem = JudgeHeaders(bytes, file);
-        if (!problem.empty()) {
-            return std::nullopt;
+        ReadHeaders(file, bytes, result);
+        if (result.is64) {
+            const Image image(file);
+            result.exports = ExportedNames(file, image);
+            result.imports = ImportedNames(file, image);
+            result.version = VersionOf(file, image);
         }
-        const Image image(file);
-        const std::vector<std::string> names = ExportedNames(file, image);
-        for (const char* needed : {"DllGetClassObject", "DllRegisterServer"}) {
-            if (std::find(names.begin(), names.end(), needed) == names.end()) {
-                problem = std::string("exports no ") + needed + ", so it cannot be the camera";
-                return std::nullopt;
-            }
-        }
-        if (!HoldsWideText(bytes, kClassId)) {
-            problem = "is a COM server, but not the Ravlo camera";
-            return std::nullopt;
-        }
-        std::optional<std::string> version = VersionOf(file, image);
-        if (!version) {
-            problem = "carries no version";
-        }
-        return version;
-    } catch (const Damaged& damaged) {
-        problem = damaged.what();
-        return std::nullopt;
+    } catch (const Damaged&) {
+        result.isDamaged = true;
     }
+    return result;
+}
+
+bool ExportsName(const PeImage& image, std::string_view name) {
+    return std::find(image.exports.begin(), image.exports.end(), name) != image.exports.end();
 }
 
 }  // namespace ravlo

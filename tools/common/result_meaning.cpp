@@ -1,4 +1,4 @@
-#include "rvclient/result_meaning.h"
+#include "common/result_meaning.h"
 
 #include <array>
 #include <cstdio>

@@ -23,8 +23,12 @@ public:
     /// Puts a text in line.
     void Put(std::string text);
 
-    /// Waits until everything has been written, at most `patience`. True when it has.
+    /// Waits until there is nothing left to write, at most `patience`. True when that is so, also because the reader
+    /// has gone.
     bool Flush(std::chrono::milliseconds patience);
+
+    /// Whether a write has failed: nothing more will be read.
+    bool IsReaderGone() const;
 
 private:
     struct Shared;

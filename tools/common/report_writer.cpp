@@ -1,4 +1,4 @@
-#include "rvfeeder/report_writer.h"
+#include "common/report_writer.h"
 
 #include <condition_variable>
 #include <cstddef>
@@ -20,7 +20,8 @@ struct ReportWriter::Shared {
     std::condition_variable changed;
     std::deque<std::string> texts;
     bool writing = false;
-    bool closed = false;  ///< nobody reads any more, or nobody writes
+    bool closed = false;      ///< nobody reads any more, or nobody writes
+    bool readerGone = false;  ///< nobody reads any more
 };
 
 ReportWriter::ReportWriter(Write write) : m_shared(std::make_shared<Shared>()) {
@@ -51,6 +52,11 @@ bool ReportWriter::Flush(std::chrono::milliseconds patience) {
     return m_shared->changed.wait_for(lock, patience, isDone) && m_shared->texts.empty();
 }
 
+bool ReportWriter::IsReaderGone() const {
+    const std::lock_guard lock(m_shared->mutex);
+    return m_shared->readerGone;
+}
+
 void ReportWriter::Run(const std::shared_ptr<Shared>& shared, const Write& write) {
     std::unique_lock lock(shared->mutex);
     for (;;) {
@@ -65,6 +71,7 @@ void ReportWriter::Run(const std::shared_ptr<Shared>& shared, const Write& write
         const bool isRead = write(text);
         lock.lock();
         shared->writing = false;
+        shared->readerGone = !isRead;
         shared->closed = shared->closed || !isRead;
         shared->changed.notify_all();
     }
