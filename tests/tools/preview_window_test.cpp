@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/unique_handle.h"
@@ -225,18 +226,41 @@ void ExpectALargePictureToFitTheScreen() {
     EXPECT_NEAR(inner.right * 9.0 / 16.0, inner.bottom, 1.0);
 }
 
-void ExpectNoHandleToStay() {
-    const auto openAndClose = [] {
-        const UniqueObject closed(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-        PreviewWindow preview(kSmall, "test", closed.Get());
-        preview.Offer(Red(), {});
-    };
+/// A window of the platform's own on a thread of its own: what is left of it is the platform's affair.
+void OpenAndClosePlainWindow() {
+    std::thread([] {
+        const HWND window = CreateWindowExW(0, L"STATIC", L"plain", WS_OVERLAPPEDWINDOW, 0, 0, 320, 180, nullptr,
+                                            nullptr, nullptr, nullptr);
+        EXPECT_NE(window, nullptr);
+        ShowWindow(window, SW_SHOWNORMAL);
+        DestroyWindow(window);
+    }).join();
+}
+
+void OpenAndClosePreview() {
+    const UniqueObject closed(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    PreviewWindow preview(kSmall, "test", closed.Get());
+    preview.Offer(Red(), {});
+}
+
+constexpr int kRounds = 5;
+
+/// How many handles the rounds leave behind, after one that may leave what is made once.
+std::size_t HandlesLeftBy(void (*openAndClose)()) {
     openAndClose();
     const std::size_t before = SettledHandles();
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < kRounds; ++i) {
         openAndClose();
     }
-    EXPECT_TRUE(HandlesSettleAt(before)) << CountHandles() << " handles, " << before << " before";
+    const std::size_t after = SettledHandles();
+    return after > before ? after - before : 0;
+}
+
+/// Newer versions of Wine keep some handles for each thread that ever had a window. A handle that the preview leaves each
+/// time would come on top, once a round.
+void ExpectNoHandleToStay() {
+    const std::size_t plain = HandlesLeftBy(OpenAndClosePlainWindow);
+    EXPECT_LT(HandlesLeftBy(OpenAndClosePreview), plain + kRounds);
 }
 
 /// Argument: the file that is to take what the expectations say.

@@ -181,20 +181,18 @@ void PreviewWindow::Thread::SizeAndShow() noexcept {
         GetMonitorInfoW(MonitorFromWindow(m_window, MONITOR_DEFAULTTONEAREST), &monitor)) {
         const int frameWidth = outer.right - outer.left - inner.right;
         const int frameHeight = outer.bottom - outer.top - inner.bottom;
-        const RECT& work = monitor.rcWork;
-        const bool isScreen = !IsRectEmpty(&work);
-        auto width = static_cast<int>(m_geometry.width);
-        auto height = static_cast<int>(m_geometry.height);
-        if (isScreen) {
-            width = std::min<int>(work.right - work.left - frameWidth, width);
-            height = std::min<int>(work.bottom - work.top - frameHeight, height);
+        RECT work = monitor.rcWork;
+        if (IsRectEmpty(&work)) {  // some desktops without a screen tell of a monitor without an area
+            work = {0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
         }
+        const int width = std::min<int>(work.right - work.left - frameWidth, static_cast<int>(m_geometry.width));
+        const int height = std::min<int>(work.bottom - work.top - frameHeight, static_cast<int>(m_geometry.height));
         const PreviewRectangle picture = FitPicture(m_geometry.width, m_geometry.height, width, height);
         const int outerWidth = picture.width + frameWidth;
         const int outerHeight = picture.height + frameHeight;
         SetWindowPos(m_window, nullptr, work.left + (work.right - work.left - outerWidth) / 2,
                      work.top + (work.bottom - work.top - outerHeight) / 2, outerWidth, outerHeight,
-                     SWP_NOZORDER | SWP_NOACTIVATE | (isScreen ? 0U : UINT{SWP_NOMOVE}));
+                     SWP_NOZORDER | SWP_NOACTIVATE);
     }
     ShowWindow(m_window, SW_SHOWNORMAL);
     UpdateWindow(m_window);
