@@ -1,5 +1,7 @@
 #include "rvfeeder/y4m_reader.h"
 
+#include <cctype>
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -86,7 +88,7 @@ private:
         return static_cast<std::uint32_t>(std::stoul(text));
     }
 
-    bool ReadWord(const std::string& word, std::string& layout) {
+    bool ReadWord(const std::string& word, std::optional<std::string>& layout) {
         const std::string value = word.substr(1);
         const std::vector<std::string> pair = Split(value, ':');
         const auto number = Number(value);
@@ -107,19 +109,32 @@ private:
                 layout = value;
                 return true;
             default:
-                fullRange = fullRange || word == "XCOLORRANGE=FULL";
+                ReadExtension(word);
                 return true;
+        }
+    }
+
+    void ReadExtension(const std::string& word) {
+        if (word.compare(0, 12, "XCOLORRANGE=") == 0) {
+            fullRange = word == "XCOLORRANGE=FULL";
+        }
+        if (word.compare(0, 7, "XYSCSS=") == 0) {
+            m_extensionLayout.clear();
+            for (const char c : word.substr(7)) {
+                m_extensionLayout += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            }
         }
     }
 
     bool ReadHeader(const std::string& line) {
         const std::vector<std::string> words = Split(line, ' ');
-        std::string layout = "420";
+        std::optional<std::string> named;
         for (std::size_t i = 0; i < words.size(); ++i) {
-            if (i == 0 ? words[0] != "YUV4MPEG2" : !words[i].empty() && !ReadWord(words[i], layout)) {
+            if (i == 0 ? words[0] != "YUV4MPEG2" : !words[i].empty() && !ReadWord(words[i], named)) {
                 return false;
             }
         }
+        const std::string layout = named.value_or(m_extensionLayout);
         const auto isSize = [](std::uint32_t value) { return value >= 2 && value <= 16384 && value % 2 == 0; };
         return (layout == "420" || layout == "420jpeg" || layout == "420mpeg2" || layout == "420paldv") &&
                isSize(geometry.width) && isSize(geometry.height) && PictureBytes() <= kLargestPicture &&
@@ -127,6 +142,7 @@ private:
     }
 
     std::size_t m_at = 0;
+    std::string m_extensionLayout = "420";
 };
 
 /// What goes to the user's terminal is plain and short, whatever was in the file.
@@ -137,15 +153,29 @@ void RequirePlainSentence(const InputError& error) {
             "an error repeats nothing that a terminal would obey");
 }
 
-/// Luma as it is, then both chroma planes in turn.
+/// What a sample of the stream becomes: itself, or brought from 0..255 to 16..235, chroma to 16..240; to the step.
+bool IsSample(std::uint8_t came, std::uint8_t sent, bool isLuma, bool fullRange) {
+    if (!fullRange) {
+        return came == sent;
+    }
+    const double exact = isLuma ? 16 + sent * 219.0 / 255 : 128 + (sent - 128) * 224.0 / 255;
+    return std::abs(came - exact) <= 1;
+}
+
+/// Luma first, then both chroma planes in turn.
 bool IsPicture(const std::uint8_t* nv12, const std::string& bytes, const Reference& reference) {
     const std::size_t luma = std::size_t{reference.geometry.width} * reference.geometry.height;
     const auto* const planes = reinterpret_cast<const std::uint8_t*>(bytes.data()) + reference.pixels;
-    if (std::memcmp(nv12, planes, luma) != 0) {
+    if (!reference.fullRange && std::memcmp(nv12, planes, luma) != 0) {
         return false;
     }
+    for (std::size_t i = 0; reference.fullRange && i < luma; ++i) {
+        if (!IsSample(nv12[i], planes[i], true, true)) {
+            return false;
+        }
+    }
     for (std::size_t i = 0; i < luma / 2; ++i) {
-        if (nv12[luma + i] != planes[luma + i / 2 + (i % 2) * (luma / 4)]) {
+        if (!IsSample(nv12[luma + i], planes[luma + i / 2 + (i % 2) * (luma / 4)], false, reference.fullRange)) {
             return false;
         }
     }
@@ -163,19 +193,20 @@ void ReadPictures(Y4mReader& reader, const std::string& bytes, Reference& refere
     } catch (const std::invalid_argument&) {
         Require(taken == reference.At(), "nothing is read for a refused buffer");
     }
-    for (;;) {
+    for (bool isFirst = true;; isFirst = false) {
         const Reference::Next next = reference.Step(bytes);
         bool came = false;
         try {
             came = reader.ReadPicture(std::span(room).first(size));
         } catch (const InputError& error) {
             RequirePlainSentence(error);
-            Require(next == Reference::Next::Damage, "only a damaged stream is refused");
+            Require(next == Reference::Next::Damage || (isFirst && next == Reference::Next::End),
+                    "only a damaged stream, or one without any picture, is refused");
             return;
         }
         Require(room[size] == 0xA5, "nothing is written behind the picture");
         if (!came) {
-            Require(next == Reference::Next::End, "pictures end where the stream ends");
+            Require(next == Reference::Next::End && !isFirst, "pictures end where the stream ends");
             return;
         }
         Require(next == Reference::Next::Picture, "a picture comes out where one went in");
@@ -203,7 +234,7 @@ void Read(Input input) {
     Require(geometry == reference.geometry, "the numbers are the ones in the header");
     Require(IsValidGeometry(geometry) && FrameBytes(geometry) <= kLargestPicture,
             "an accepted size is one for a camera");
-    Require(reader->IsFullRange() == reference.fullRange, "the range is the one in the header");
+    Require(reader->Header().fullRange == reference.fullRange, "the range is the one in the header");
     Require(taken == reference.At(), "the header is taken and nothing behind it");
     ReadPictures(*reader, bytes, reference, taken);
 }

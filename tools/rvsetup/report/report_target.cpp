@@ -1,14 +1,14 @@
 #include "rvsetup/report/report_target.h"
 
+#include "common/binary_file.h"
+#include "rvsetup/report/zip_file.h"
+
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <ranges>
 #include <system_error>
 #include <vector>
-
-#include "common/binary_file.h"
-#include "rvsetup/report/zip_file.h"
 
 namespace ravlo {
 namespace {
@@ -80,9 +80,8 @@ public:
     MadeFiles& operator=(const MadeFiles&) = delete;
     ~MadeFiles() {
         std::error_code ignored;
-        for (const std::filesystem::path& path : std::views::reverse(m_paths)) {
-            std::filesystem::remove(path, ignored);
-        }
+        std::for_each(m_paths.rbegin(), m_paths.rend(),
+                      [&ignored](const std::filesystem::path& path) { std::filesystem::remove(path, ignored); });
     }
 
     /// Makes a folder and those that it lies in.
