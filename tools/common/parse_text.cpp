@@ -64,9 +64,13 @@ std::optional<FrameGeometry> ParseGeometry(std::string_view text) noexcept {
     return geometry;
 }
 
+std::string SizeText(const FrameGeometry& geometry) {
+    return std::to_string(geometry.width) + "x" + std::to_string(geometry.height);
+}
+
 std::string GeometryText(const FrameGeometry& geometry) {
-    return std::to_string(geometry.width) + "x" + std::to_string(geometry.height) + "@" +
-           std::to_string(geometry.rateNumerator) + "/" + std::to_string(geometry.rateDenominator);
+    return SizeText(geometry) + "@" + std::to_string(geometry.rateNumerator) + "/" +
+           std::to_string(geometry.rateDenominator);
 }
 
 std::optional<PipeName> ParsePipeName(std::string_view text) noexcept {

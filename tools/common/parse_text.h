@@ -30,6 +30,9 @@ std::optional<NumberPair> ParseRate(std::string_view text) noexcept;
 /// "1280x720@30/1" or "1280x720@30". Nothing when the text has another form or no NV12 stream can have that geometry.
 std::optional<FrameGeometry> ParseGeometry(std::string_view text) noexcept;
 
+/// "1280x720".
+std::string SizeText(const FrameGeometry& geometry);
+
 /// "1280x720@30/1", as ParseGeometry and cameras take it.
 std::string GeometryText(const FrameGeometry& geometry);
 

@@ -24,10 +24,6 @@ FrameGeometry NearestSize(std::uint32_t width, std::uint32_t height) {
     return nearest;
 }
 
-std::string SizeText(const FrameGeometry& geometry) {
-    return std::to_string(geometry.width) + "x" + std::to_string(geometry.height);
-}
-
 }  // namespace
 
 std::optional<std::string> WhyNoPictureSize(std::uint32_t width, std::uint32_t height) {

@@ -4,6 +4,7 @@
 
 #include "common/clock.h"
 #include "common/messages.h"
+#include "common/parse_text.h"
 #include "common/wide_text.h"
 
 namespace ravlo {
@@ -29,10 +30,6 @@ std::string DescribeConnectStatus(ravlo_status status, const std::string& pipe, 
         default:
             return "cannot open " + pipe + ": " + ravlo_status_text(status) + ", " + SystemErrorText(error);
     }
-}
-
-std::string SizeText(const FrameGeometry& geometry) {
-    return std::to_string(geometry.width) + "x" + std::to_string(geometry.height);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "common/clock.h"
 #include "common/messages.h"
+#include "common/parse_text.h"
 #include "common/sleeper.h"
 #include "common/test_card_stamp.h"
 #include "rvfeeder/camera_link.h"
@@ -142,9 +143,7 @@ private:
     }
 
     void TellNoDemand() const {
-        const std::string wrongSize =
-            m_geometry ? "not " + std::to_string(m_geometry->width) + "x" + std::to_string(m_geometry->height)
-                       : "of another size than yours";
+        const std::string wrongSize = m_geometry ? "not " + SizeText(*m_geometry) : "of another size than yours";
         Say("the camera on " + m_options.pipe +
             " has been asked for no picture so far. Open it in a program that shows cameras. If one shows it already, "
             "that camera is another one (see --pipe); and if it shows only its test pattern, its pictures are " +
@@ -221,9 +220,8 @@ private:
 
     void AnnounceInput(const FrameGeometry& geometry) {
         m_geometry = geometry;
-        Say("input " + std::to_string(geometry.width) + "x" + std::to_string(geometry.height) + " at " +
-            std::to_string(geometry.rateNumerator) + "/" + std::to_string(geometry.rateDenominator) +
-            " frames a second");
+        Say("input " + SizeText(geometry) + " at " + std::to_string(geometry.rateNumerator) + "/" +
+            std::to_string(geometry.rateDenominator) + " frames a second");
     }
 
     /// Without a camera the picture is let go, so that the film runs on and is at the right place when the camera

@@ -3,6 +3,8 @@
 #include <string>
 #include <utility>
 
+#include "common/parse_text.h"
+
 namespace ravlo {
 
 RawReader::RawReader(std::unique_ptr<ByteSource> source, const FrameGeometry& geometry)
@@ -35,8 +37,7 @@ bool RawReader::ReadPicture(std::span<std::uint8_t> nv12) {
 }
 
 std::string RawReader::PictureText() const {
-    return "a " + std::to_string(m_geometry.width) + "x" + std::to_string(m_geometry.height) + " picture has " +
-           std::to_string(FrameBytes(m_geometry));
+    return "a " + SizeText(m_geometry) + " picture has " + std::to_string(FrameBytes(m_geometry));
 }
 
 }  // namespace ravlo

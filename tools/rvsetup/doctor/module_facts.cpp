@@ -3,9 +3,10 @@
 #include <unknwn.h>
 
 #include <array>
-#include <cstdio>
+#include <cstdint>
 #include <cwchar>
 
+#include "common/result_meaning.h"
 #include "common/wide_text.h"
 #include "platform/com_ptr.h"
 #include "rvsetup/system/text.h"
@@ -37,12 +38,6 @@ private:
     HMODULE m_module;
 };
 
-std::string ResultText(HRESULT result) {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "0x%08lX", static_cast<unsigned long>(result));
-    return text.data();
-}
-
 bool IsThere(const std::wstring& folder, const std::wstring& name) {
     return SearchPathW(folder.c_str(), name.c_str(), nullptr, 0, nullptr, nullptr) != 0;
 }
@@ -73,7 +68,9 @@ std::string WhyNoFactory(HMODULE module) {
     }
     ComPtr<IClassFactory> factory;
     const HRESULT result = getClassObject(kCameraClass, IID_IClassFactory, reinterpret_cast<void**>(factory.Put()));
-    return SUCCEEDED(result) && factory ? std::string() : "it gives no factory of the camera, " + ResultText(result);
+    return SUCCEEDED(result) && factory
+               ? std::string()
+               : "it gives no factory of the camera, " + ResultNumber(static_cast<std::uint32_t>(result));
 }
 
 }  // namespace

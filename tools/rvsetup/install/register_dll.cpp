@@ -2,9 +2,9 @@
 
 #include <windows.h>
 
-#include <array>
-#include <cstdio>
+#include <cstdint>
 
+#include "common/result_meaning.h"
 #include "common/wide_text.h"
 
 namespace ravlo {
@@ -31,9 +31,7 @@ std::string ResultText(HRESULT hr) {
     if (HRESULT_FACILITY(hr) == FACILITY_WIN32) {
         return SystemErrorText(static_cast<DWORD>(HRESULT_CODE(hr)));
     }
-    std::array<char, 16> number{};
-    std::snprintf(number.data(), number.size(), "0x%08lX", static_cast<unsigned long>(hr));
-    return std::string("result ") + number.data();
+    return "result " + ResultNumber(static_cast<std::uint32_t>(hr));
 }
 
 }  // namespace
