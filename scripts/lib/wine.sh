@@ -9,9 +9,7 @@
 wine_root=${root:?the top of the checkout}/build/prefixes
 wine_ready=.ravlo-ready
 
-# The loader itself where there is one: Debian's `wine` script only adds a hint about 32-bit programs.
-wine_loader=/usr/lib/wine/wine64
-[ -x "$wine_loader" ] || wine_loader=wine
+wine_loader=$root/scripts/lib/wine_loader.sh
 
 wine_environment() {
     export WINEPREFIX=$wine_root/$1 WINEARCH=win64
