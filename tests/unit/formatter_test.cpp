@@ -9,6 +9,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "trace/format_string.h"
 #include "unit/wide_text.h"
@@ -276,6 +277,60 @@ TEST(Formatter, FillsTheBufferToItsLastCharacterAndCutsBehindIt) {
         const std::string format = "%" pad + std::to_string(width) + (ours);         \
         ASSERT_EQ(Format(format.c_str(), value), expected) << format;                \
     } while (false)
+
+TEST(Formatter, ACapacityOfZeroIsLeftAlone) {
+    RvLineBuffer line(nullptr, 0);
+    const TraceSlot slots[] = {7};
+    RvFormat(line, "text %u", slots, 1);
+    EXPECT_EQ(line.length, 0);
+}
+
+TEST(Formatter, AFullLineStaysAsItIs) {
+    char storage[8];
+    RvLineBuffer line(storage, 5);
+    line.Append("four");
+    const TraceSlot slots[] = {7};
+    RvFormat(line, "%u more", slots, 1);
+    EXPECT_STREQ(storage, "four");
+    EXPECT_EQ(line.length, 4);
+}
+
+TEST(Formatter, ANumberIsCutWhereverTheLineEnds) {
+    const std::string whole = "[00000000000000000000000000000042]";
+    for (std::uint32_t room = 0; room <= whole.size(); ++room) {
+        EXPECT_EQ(FormatInto(room + 1, "[%032u]", {42}), whole.substr(0, room)) << room;
+    }
+}
+
+TEST(Formatter, TextOfEveryLengthIsCopied) {
+    for (std::size_t length = 0; length <= 64; ++length) {
+        std::string text;
+        for (std::size_t i = 0; i < length; ++i) {
+            text += static_cast<char>('A' + i % 53);
+        }
+        EXPECT_EQ(Format((text + "%u" + text).c_str(), 7U), text + "7" + text) << length;
+    }
+}
+
+TEST(Formatter, PowersOfTenAndTheNumbersBeforeThemHaveTheirDigits) {
+    EXPECT_EQ(Format("%llu %llu %llu", 9ULL, 10ULL, 99ULL), "9 10 99");
+    EXPECT_EQ(Format("%llu %llu %llu", 100ULL, 999ULL, 1000ULL), "100 999 1000");
+    EXPECT_EQ(Format("%llu %llu", 4294967295ULL, 4294967296ULL), "4294967295 4294967296");
+    EXPECT_EQ(Format("%llu %llu", 9999999999ULL, 10000000000ULL), "9999999999 10000000000");
+    EXPECT_EQ(Format("%llu %llu", 999999999999999999ULL, 1000000000000000000ULL),
+              "999999999999999999 1000000000000000000");
+    EXPECT_EQ(Format("%llu %llu", 9999999999999999999ULL, 10000000000000000000ULL),
+              "9999999999999999999 10000000000000000000");
+    EXPECT_EQ(Format("%llu", 18446744073709551615ULL), "18446744073709551615");
+}
+
+/// Strings come from outside, and what lies behind the part that fits need not be readable.
+TEST(Formatter, NothingIsReadBehindWhatFits) {
+    const std::vector<char> narrow(3, 'n');
+    const std::vector<WideChar> wide(3, WideChar{'w'});
+    EXPECT_EQ(FormatInto(4, "%s", {ToTraceSlot(narrow.data())}), "nnn");
+    EXPECT_EQ(FormatInto(4, "%ls", {ToTraceSlot(wide.data())}), "www");
+}
 
 TEST(Formatter, AgreesWithTheRuntimeLibraryWhereBothKnowTheConversion) {
     std::mt19937_64 random(20240229);
