@@ -4,6 +4,9 @@
 #include <cstdint>
 #include <cstring>
 
+#include "ravlo/wire.h"
+#include "stream/string_move.h"
+
 namespace ravlo {
 
 /// The plain copy inside a frame slot, in either direction. A reader may copy bytes that the writer is overwriting; the
@@ -21,7 +24,14 @@ __attribute__((noinline, no_sanitize("thread"))) inline void CopyFrameBytes(void
 }
 #else
 inline void CopyFrameBytes(void* destination, const void* source, std::size_t count) noexcept {
-    std::memcpy(destination, source, count);
+    // A plane of a camera's picture is that large, a row of a padded one never.
+    constexpr std::size_t kStringMoveFrom = 32768;
+    static_assert(kStringMoveFrom > kMaxFrameDimension);
+    if (count >= kStringMoveFrom) {
+        StringMove(destination, source, count);
+    } else {
+        std::memcpy(destination, source, count);
+    }
 }
 #endif
 

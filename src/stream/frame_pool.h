@@ -41,14 +41,20 @@ bool CanReceiveFrame(const CopyDescriptor& copy) noexcept;
 /// What the language promises: on the writer's side a copy lies between two sequentially consistent increments of the
 /// sequence; on the reader's side between a sequentially consistent look at it and the confirming compare-exchange,
 /// which is a read-modify-write whenever the copy is kept. Acquire keeps a copy from starting early, release keeps it
-/// from ending late, so a confirmed copy saw the slot at rest. Lengths and stamps are relaxed atomics. What it does not
-/// promise: copying bytes while they are being written is a data race by the letter of the standard, even though the
-/// result is discarded; every compiler and processor that the module is built for reads some mixture of old and new
-/// bytes and nothing worse.
+/// from ending late, so a confirmed copy saw the slot at rest. That holds for the string instruction too: it may store
+/// its bytes out of order among themselves, never across the locked instructions on both sides of it. Lengths and
+/// stamps are relaxed atomics. What it does not promise: copying bytes while they are being written is a data race by
+/// the letter of the standard, even though the result is discarded; every compiler and processor that the module is
+/// built for reads some mixture of old and new bytes and nothing worse.
 class FramePool {
 public:
-    /// Allocates both slots zero-filled. False when `capacity` (bytes a slot) is 0 or there is no memory.
+    /// Allocates both slots zero-filled. False when `capacity` (bytes a slot) is 0 or there is no memory. Fast: the
+    /// zeros are those of pages that the system has not handed out yet. See TouchSlots.
     bool Allocate(std::uint64_t capacity) noexcept;
+
+    /// Has the system hand out the pages of the first `bytes` of both slots now, so that the first frames do not wait
+    /// for them. Skips a slot that has held a frame. Writer thread only.
+    void TouchSlots(std::uint64_t bytes) noexcept;
 
     /// Makes `frame` the newest frame, stamped with `stamp` (ms tick of its arrival). Writer thread only. False, and
     /// counted as refused, when the frame is empty or larger than a slot; the previous frame then stays published.

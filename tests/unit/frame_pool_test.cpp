@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -191,6 +192,31 @@ TEST_F(FramePoolTest, ResetUnpublishesAndKeepsCountersAndStorage) {
     ASSERT_TRUE(PublishFilled(6, kNow));
     EXPECT_TRUE(Consume(destination, kNow, kNow));
     EXPECT_EQ(destination, Bytes(kBytes, 6));
+}
+
+/// Planes of many kilobytes are copied in another way than small ones, and so are rows one by one.
+TEST(FramePool, LargePlanesArriveWholeAtTheirStrideAndInIt) {
+    constexpr FrameGeometry kLarge{512, 256, 30, 1};
+    constexpr std::size_t kLargeBytes = 196'608;
+    Bytes frame(kLargeBytes);
+    for (std::size_t i = 0; i < frame.size(); ++i) {
+        frame[i] = static_cast<std::uint8_t>((i + i / 512) % 251);
+    }
+    FramePool pool;
+    ASSERT_TRUE(pool.Allocate(kLargeBytes));
+    ASSERT_TRUE(pool.Publish({frame.data(), frame.size()}, kNow));
+    for (const std::uint32_t stride : {512U, 576U}) {
+        const std::uint32_t length = stride * 384;
+        Bytes destination(length + 64, 0xEE);
+        ASSERT_TRUE(pool.Consume(kNow, kFreshness, kNow, kLargeBytes,
+                                 DescribeCopy(kLarge, destination.data(), length, static_cast<std::int32_t>(stride))));
+        Bytes expected(length + 64, 0xEE);
+        for (std::size_t row = 0; row < 384; ++row) {
+            std::copy_n(frame.begin() + static_cast<std::ptrdiff_t>(row * 512), 512,
+                        expected.begin() + static_cast<std::ptrdiff_t>(row * stride));
+        }
+        EXPECT_EQ(destination, expected) << "stride " << stride;
+    }
 }
 
 TEST(CopyDescriptor, ADestinationIsLargeEnoughOrItIsNotUsed) {
