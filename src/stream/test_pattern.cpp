@@ -1,7 +1,10 @@
 #include "stream/test_pattern.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
+
+#include "stream/string_move.h"
 
 namespace ravlo {
 namespace {
@@ -11,6 +14,9 @@ constexpr std::uint32_t kBars = 8;
 constexpr std::uint8_t kLevels[kBars] = {16, 47, 78, 109, 140, 171, 202, 235};
 constexpr std::uint32_t kSamplesPerStep = 8;
 constexpr std::uint8_t kNeutralChroma = 128;
+/// Rows without padding are copied about this much at a time: few copies, from a block that stays near the processor.
+constexpr std::size_t kBlockBytes = 32768;
+static_assert(kBlockBytes >= kMaxFrameDimension, "a block holds a row at least");
 
 void PaintLumaRow(std::uint8_t* row, std::uint32_t width, std::uint32_t shift) noexcept {
     const std::uint32_t barWidth = width / kBars;
@@ -19,6 +25,39 @@ void PaintLumaRow(std::uint8_t* row, std::uint32_t width, std::uint32_t shift) n
     }
     const std::uint32_t painted = barWidth * kBars;
     std::memset(row + painted, kLevels[(shift + kBars - 1) % kBars], width - painted);
+}
+
+/// Paints rows that follow each other without padding. The painted rows double until they are a block, and whole blocks
+/// follow.
+void PaintPacked(std::uint8_t* buffer, std::uint32_t shift, const FrameGeometry& geometry) noexcept {
+    PaintLumaRow(buffer, geometry.width, shift);
+    const auto lumaBytes = static_cast<std::size_t>(LumaBytes(geometry));
+    const std::size_t block = std::min(kBlockBytes / geometry.width * geometry.width, lumaBytes);
+    std::size_t painted = geometry.width;
+    while (painted < block) {
+        const std::size_t count = std::min(painted, block - painted);
+        std::memcpy(buffer + painted, buffer, count);
+        painted += count;
+    }
+    while (painted < lumaBytes) {
+        const std::size_t count = std::min(block, lumaBytes - painted);
+        StringMove(buffer + painted, buffer, count);
+        painted += count;
+    }
+    std::memset(buffer + lumaBytes, kNeutralChroma, static_cast<std::size_t>(ChromaBytes(geometry)));
+}
+
+/// Paints rows that are `rowStep` bytes apart.
+void PaintRows(std::uint8_t* buffer, std::uint64_t rowStep, std::uint32_t shift,
+               const FrameGeometry& geometry) noexcept {
+    PaintLumaRow(buffer, geometry.width, shift);
+    std::uint8_t* row = buffer + rowStep;
+    for (std::uint32_t y = 1; y < geometry.height; ++y, row += rowStep) {
+        std::memcpy(row, buffer, geometry.width);
+    }
+    for (std::uint32_t y = 0; y < geometry.height / 2; ++y, row += rowStep) {
+        std::memset(row, kNeutralChroma, geometry.width);
+    }
 }
 
 }  // namespace
@@ -37,13 +76,10 @@ PatternResult PaintTestPattern(std::uint32_t index, std::uint8_t* buffer, std::u
         return PatternResult::BadArgument;
     }
     const std::uint32_t shift = index / kSamplesPerStep % kBars;
-    PaintLumaRow(buffer, geometry.width, shift);
-    std::uint8_t* row = buffer + rowStep;
-    for (std::uint32_t y = 1; y < geometry.height; ++y, row += rowStep) {
-        std::memcpy(row, buffer, geometry.width);
-    }
-    for (std::uint32_t y = 0; y < geometry.height / 2; ++y, row += rowStep) {
-        std::memset(row, kNeutralChroma, geometry.width);
+    if (rowStep == geometry.width) {
+        PaintPacked(buffer, shift, geometry);
+    } else {
+        PaintRows(buffer, rowStep, shift, geometry);
     }
     return PatternResult::Painted;
 }

@@ -64,6 +64,33 @@ TEST(TestPattern, ColumnsBehindTheEighthBarHaveTheLastBarsLevel) {
     EXPECT_EQ(stepped[1921], 16);
 }
 
+/// Rows without padding are painted in blocks, others one by one; a viewer must not be able to tell.
+TEST(TestPattern, PackedAndPaddedRowsShowTheSamePicture) {
+    constexpr FrameGeometry kGeometries[] = {{8, 4, 30, 1},      {10, 6, 30, 1},    {854, 480, 30, 1},
+                                             {1366, 768, 30, 1}, {1920, 18, 30, 1}, {1920, 34, 30, 1},
+                                             {1920, 36, 30, 1},  {1922, 70, 30, 1}, {16384, 2, 30, 1},
+                                             {16384, 4, 30, 1},  {16384, 6, 30, 1}};
+    for (const FrameGeometry& geometry : kGeometries) {
+        // Not at the alignment that a heap gives, and with a byte behind that is not the picture's.
+        const std::size_t size = FrameBytes(geometry);
+        Picture packed(size + 2, 0xEE);
+        ASSERT_EQ(PaintTestPattern(8, packed.data() + 1, size, static_cast<std::int32_t>(geometry.width), geometry),
+                  PatternResult::Painted);
+        const std::size_t stride = geometry.width + 32;
+        Picture padded(stride * geometry.height * 3 / 2, 0xEE);
+        ASSERT_EQ(PaintTestPattern(8, padded.data(), padded.size(), static_cast<std::int32_t>(stride), geometry),
+                  PatternResult::Painted);
+
+        Picture expected(1, 0xEE);
+        for (std::size_t row = 0; row < geometry.height * 3 / 2; ++row) {
+            const auto begin = padded.begin() + static_cast<std::ptrdiff_t>(row * stride);
+            expected.insert(expected.end(), begin, begin + static_cast<std::ptrdiff_t>(geometry.width));
+        }
+        expected.push_back(0xEE);
+        EXPECT_EQ(packed, expected) << geometry.width << "x" << geometry.height;
+    }
+}
+
 TEST(TestPattern, RowPaddingIsLeftAlone) {
     constexpr std::int32_t kStride = 20;
     Picture picture(20 * 6, 0xEE);
