@@ -1,6 +1,6 @@
 #include "stream/frame_pool.h"
 
-#include <new>
+#include <algorithm>
 #include <utility>
 
 #include "stream/frame_copy.h"
@@ -66,8 +66,12 @@ bool FramePool::Allocate(std::uint64_t capacity) noexcept {
     if (capacity == 0) {
         return false;
     }
-    std::unique_ptr<std::uint8_t[]> first(new (std::nothrow) std::uint8_t[capacity]());
-    std::unique_ptr<std::uint8_t[]> second(new (std::nothrow) std::uint8_t[capacity]());
+    // Zeroing by hand would be a page fault for every 4 KiB while the camera is being activated, most of them for bytes
+    // that a picture smaller than the largest never uses. calloc knows that fresh pages are zero.
+    // NOLINTBEGIN(cppcoreguidelines-no-malloc)
+    Storage first(static_cast<std::uint8_t*>(std::calloc(capacity, 1)));
+    Storage second(static_cast<std::uint8_t*>(std::calloc(capacity, 1)));
+    // NOLINTEND(cppcoreguidelines-no-malloc)
     if (!first || !second) {
         return false;
     }
@@ -75,6 +79,21 @@ bool FramePool::Allocate(std::uint64_t capacity) noexcept {
     m_slots[1].storage = std::move(second);
     m_capacity = capacity;
     return true;
+}
+
+void FramePool::TouchSlots(std::uint64_t bytes) noexcept {
+    constexpr std::uint64_t kPageBytes = 4096;
+    const std::uint64_t end = std::min(bytes, m_capacity);
+    for (Slot& slot : m_slots) {
+        if (slot.length.load(std::memory_order_relaxed) != 0) {
+            continue;  // it has held a frame: its pages are there, and a reader may be in the middle of a copy
+        }
+        // Volatile: a store of the value that is there already, for the page fault alone.
+        volatile std::uint8_t* const bytesOfSlot = slot.storage.get();
+        for (std::uint64_t offset = 0; offset < end; offset += kPageBytes) {
+            bytesOfSlot[offset] = 0;
+        }
+    }
 }
 
 bool FramePool::Publish(FrameView frame, std::uint64_t stamp) noexcept {

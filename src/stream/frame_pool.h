@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 
 #include "stream/geometry.h"
@@ -84,8 +85,14 @@ public:
 private:
     enum class ReadStatus { Ready, NotAvailable, Busy, Stale };
 
+    struct FreeBlock {
+        // NOLINTNEXTLINE(cppcoreguidelines-no-malloc): the counterpart of calloc
+        void operator()(std::uint8_t* block) const noexcept { std::free(block); }
+    };
+    using Storage = std::unique_ptr<std::uint8_t, FreeBlock>;
+
     struct Slot {
-        std::unique_ptr<std::uint8_t[]> storage;
+        Storage storage;
         std::atomic<std::uint32_t> sequence{0};
         std::atomic<std::uint64_t> stamp{0};
         std::atomic<std::uint64_t> length{0};

@@ -17,7 +17,7 @@ bool IsRunning(const UniqueObject& thread) noexcept {
 
 PipeThreads::PipeThreads(ActivationNames& names, FrameSink& sink, FramePool& pool, const AdvertisedSize& size,
                          const DemandCounters& counters) noexcept
-    : m_pool(pool), m_reader(names, sink, size), m_gate(m_reader.Status(), counters) {
+    : m_pool(pool), m_frameBytes(size.frameBytes), m_reader(names, sink, size), m_gate(m_reader.Status(), counters) {
 }
 
 HRESULT PipeThreads::StartPipeThreads(HANDLE frameArrival) noexcept {
@@ -61,6 +61,8 @@ HRESULT PipeThreads::StartPipeThreads(HANDLE frameArrival) noexcept {
 
 DWORD WINAPI PipeThreads::ReaderThread(void* parameter) noexcept {
     auto& self = *static_cast<PipeThreads*>(parameter);
+    // Here and not in the activation, which waits for nothing that only a first frame needs.
+    self.m_pool.TouchSlots(self.m_frameBytes);
     self.m_reader.Run(self.m_stopEvent.Get());
     if (self.m_frameArrival != nullptr) {
         // A request that waits for a frame wakes up and finds none.

@@ -38,6 +38,7 @@ private:
     void Release() noexcept;
 
     FramePool& m_pool;
+    const std::uint32_t m_frameBytes;
     FrameReader m_reader;
     RvGateContext m_gate;
     HANDLE m_frameArrival = nullptr;

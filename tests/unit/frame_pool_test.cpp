@@ -55,6 +55,39 @@ TEST(FramePool, BeforeTheAllocationEverythingIsRefused) {
     EXPECT_FALSE(pool.Peek(kNow, kFreshness, stamp));
 }
 
+TEST_F(FramePoolTest, TouchingMoreThanASlotHoldsPublishesNothingAndHarmsNothing) {
+    m_pool.TouchSlots(100'000);
+    std::uint64_t stamp = 0;
+    EXPECT_FALSE(m_pool.Peek(kNow, kFreshness, stamp));
+    ASSERT_TRUE(PublishFilled(7, kNow));
+    Bytes destination;
+    ASSERT_TRUE(Consume(destination, kNow));
+    EXPECT_EQ(destination, Bytes(kBytes, 7));
+    ExpectNothingCounted();
+}
+
+TEST(FramePool, TouchingKeepsFramesThatAreThere) {
+    constexpr FrameGeometry kTall{64, 256, 30, 1};  // six pages
+    constexpr std::uint32_t kTallBytes = 24'576;
+    FramePool pool;
+    ASSERT_TRUE(pool.Allocate(kTallBytes));
+    for (const std::uint8_t value : Bytes{3, 4}) {
+        const Bytes frame(kTallBytes, value);
+        ASSERT_TRUE(pool.Publish({frame.data(), frame.size()}, kNow));
+    }
+    pool.TouchSlots(kTallBytes);
+    Bytes destination(kTallBytes, 0xEE);
+    ASSERT_TRUE(
+        pool.Consume(kNow, kFreshness, kNow, kTallBytes, DescribeCopy(kTall, destination.data(), kTallBytes, 64)));
+    EXPECT_EQ(destination, Bytes(kTallBytes, 4));
+}
+
+TEST(FramePool, TouchingBeforeTheAllocationDoesNothing) {
+    FramePool pool;
+    pool.TouchSlots(64);
+    EXPECT_EQ(pool.Capacity(), 0U);
+}
+
 TEST_F(FramePoolTest, BeforeTheFirstPublishNothingIsThereAndNothingIsCounted) {
     std::uint64_t stamp = 123;
     Bytes destination;

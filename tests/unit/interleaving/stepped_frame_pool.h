@@ -1,12 +1,13 @@
 #pragma once
 
 // Everything that the pool's source includes comes first and keeps its meaning.
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <utility>
 
 #include "unit/interleaving/steps.h"
