@@ -19,12 +19,8 @@ flock -n 9 || { echo "another test run is at work in this checkout; waiting"; fl
 suites_begin "$filter"
 trap "spare_gates_end; wine_close_if_open" EXIT
 
-suites_announce "building host-asan, host-tsan, windows"
-for preset in host-asan host-tsan windows; do
-    started=$SECONDS
-    build_preset "$preset" || suites_abort
-    suites_announce "built $preset in $((SECONDS - started)) s"
-done
+suites_announce "building windows; host-asan and host-tsan are built while the suites under Wine wait"
+build_step windows || suites_end
 
 gate "clang-format" scripts/format.sh --check
 gate "binary" tests/binary/check_dll.py --dll build/windows/bin/rvmediasource.dll \
@@ -35,15 +31,12 @@ gate "help texts" tests/docs/check_help.sh
 gate "producer package" tests/sdk/check_package.py
 gate "python" python3 -m unittest discover -s tests/python
 
+spare native_suites host-asan asan
+spare native_suites host-tsan tsan
 spare_gate "clang-tidy" scripts/lint.sh
 spare_gate "fuzz" scripts/fuzz.sh 1
 spare_gate "reproducible build" tests/binary/check_reproducible.sh
 spare_gates_begin
-
-native_suite "unit (asan)" build/host-asan/bin/ravlo_unit_tests
-native_suite "unit (tsan)" build/host-tsan/bin/ravlo_unit_tests
-native_suite "tools (asan)" build/host-asan/bin/ravlo_tool_tests
-native_suite "tools (tsan)" build/host-tsan/bin/ravlo_tool_tests
 
 windows_suites windows windows tools soak
 gate "fault sweep" scripts/sweep.sh --quick

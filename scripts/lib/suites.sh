@@ -44,14 +44,18 @@ gate() {
     printf '%d %d\n' "$1" "$2" >>"$suites_tally"
 }
 
-# spare_gate NAME COMMAND...: as gate, but in the background, one after the other, on processor time that nothing else
-# wants: the suites under Wine spend most of theirs waiting. Their lines come when spare_gates_await is called.
+# spare COMMAND...: in the background, one after the other, on processor time that nothing else wants: the suites under
+# Wine spend most of theirs waiting. What they print comes when spare_gates_await is called.
 spare_gates=()
 spare_gates_pid=''
 
+spare() {
+    spare_gates+=("$(printf '%q ' "$@")")
+}
+
+# spare_gate NAME COMMAND...: as gate, on spare time.
 spare_gate() {
-    suite_is_named "$1" || return 0
-    spare_gates+=("$(printf '%q ' gate "$@")")
+    ! suite_is_named "$1" || spare gate "$@"
 }
 
 spare_gates_begin() {
@@ -91,6 +95,24 @@ run_suite() {
 # ThreadSanitizer needs its own part of the address space, which a kernel with much randomisation may have given away.
 fixed_addresses=()
 if setarch "$(uname -m)" -R true 2>/dev/null; then fixed_addresses=(setarch "$(uname -m)" -R); fi
+
+# build_step PRESET: builds it, or fails as one test; what depends on it fails then too.
+build_step() {
+    local started=$SECONDS
+    if build_preset "$1"; then
+        suites_announce "built $1 in $((SECONDS - started)) s"
+    else
+        echo "0 1" >>"$suites_tally"
+        return 1
+    fi
+}
+
+# native_suites PRESET NAME: builds the preset and runs its portable tests.
+native_suites() {
+    build_step "$1" || return 0
+    native_suite "unit ($2)" "build/$1/bin/ravlo_unit_tests"
+    native_suite "tools ($2)" "build/$1/bin/ravlo_tool_tests"
+}
 
 native_suite() {
     run_suite "$1" --timeout "${RAVLO_SUITE_TIMEOUT:-240}" -- "${fixed_addresses[@]}" "$2"
