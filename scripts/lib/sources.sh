@@ -5,4 +5,4 @@ sources() {
     (cd "$root" && find "$@" -type f \( -name '*.cpp' -o -name '*.hpp' -o -name '*.c' -o -name '*.h' \) | LC_ALL=C sort)
 }
 
-format_folders=(src include tools sdk examples tests)
+format_folders=(src include tools sdk examples tests bench)

@@ -7,7 +7,7 @@ other=$root/build/reproducible
 rm -rf "$other"
 mkdir -p "$other/elsewhere/checkout"
 cd "$root"
-cp -a CMakeLists.txt CMakePresets.json cmake examples include sdk src tools tests "$other/elsewhere/checkout/"
+cp -a CMakeLists.txt CMakePresets.json bench cmake examples include sdk src tools tests "$other/elsewhere/checkout/"
 
 cd "$other/elsewhere/checkout"
 cmake --preset windows

@@ -1,12 +1,12 @@
 // What a process holds, counted exactly, to see that work which is over has left nothing behind.
 #pragma once
 
+#include "support/committed_memory.h"
 #include "support/handles.h"
 #include "support/import_hooks.h"
 
 #include <windows.h>
 
-#include <psapi.h>
 #include <tlhelp32.h>
 
 #include <array>
@@ -213,16 +213,6 @@ inline HeapUse TakenFromHeaps() {
         HeapUnlock(heaps[i]);
     }
     return use;
-}
-
-/// Memory that the process has had committed for itself, in bytes.
-inline std::size_t CommittedBytes() {
-    PROCESS_MEMORY_COUNTERS counters{};
-    counters.cb = sizeof counters;
-    if (!K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters)) {
-        throw std::runtime_error("the process's memory cannot be asked for");
-    }
-    return counters.PagefileUsage;
 }
 
 }  // namespace ravlo::test
