@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what the build, the tests and the demo need on Debian 12 and 13. Says nothing when nothing is missing.
+# Installs what the build, the tests, the demo and the bench need on Debian 12 and 13; with --plots also what draws the
+# bench's pictures. Says nothing when nothing is missing.
 set -euo pipefail
 
 packages=(
@@ -16,7 +17,13 @@ packages=(
     pkgconf                         # how others find the producer library
     clang-format clang-tidy gcovr
     clang libclang-rt-dev           # the fuzzers
+    libbenchmark-dev                # the bench, natively
 )
+case ${1:-} in
+    '') ;;
+    --plots) packages+=(python3-matplotlib) ;;
+    *) echo "setup: unknown argument $1; there is --plots" >&2; exit 2 ;;
+esac
 
 missing=()
 for package in "${packages[@]}"; do

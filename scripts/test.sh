@@ -40,6 +40,7 @@ spare_gates_begin
 
 windows_suites windows windows tools soak
 gate "fault sweep" scripts/sweep.sh --quick
+gate "bench" scripts/bench.sh --quick --json build/bench-quick.json
 spare_gates_await
 
 suites_end

@@ -1,10 +1,10 @@
-"""What all tests share: the package's place and the golden bytes."""
+"""What all tests share: the packages' places and the golden bytes."""
 
 import pathlib
 import sys
 
 _ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(_ROOT / "python"))
+sys.path[:0] = [str(_ROOT / "python"), str(_ROOT / "bench")]
 sys.dont_write_bytecode = True
 
 
