@@ -21,7 +21,7 @@
 namespace ravlo::bench {
 namespace {
 
-constexpr FrameGeometry kGeometry{640, 360, 30, 1};
+constexpr FrameGeometry kGeometry{640, 360, kAskedRate, 1};
 constexpr DWORD kPatienceMs = 30'000;
 constexpr DWORD kSettleMs = 400;
 

@@ -7,6 +7,9 @@
 
 namespace ravlo::bench {
 
+/// Frames a second that each camera is asked for.
+constexpr unsigned kAskedRate = 30;
+
 /// How long one process with cameras is watched.
 struct HostOrders {
     unsigned cameras = 1;

@@ -5,11 +5,12 @@
 // kind of producers (one process each) and the same time of measurement. A host process is set up afresh for each, so
 // cameras that are not measured cost nothing. What is above 1 is what the cameras take from each other: locks, the log,
 // caches, and the one server that all processes of a Wine prefix share.
-#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "cameras/camera_host.h"
+#include "cameras/host_totals.h"
+#include "cameras/machine_limit.h"
 #include "harness/bench_main.h"
 #include "harness/report.h"
 
@@ -17,69 +18,28 @@ namespace ravlo::bench {
 namespace {
 
 constexpr unsigned kCounts[] = {2, 4, 8};
-constexpr double kAskedRate = 30;
 
 /// All runs with one count of cameras.
 struct Series {
     unsigned cameras = 1;
     std::vector<double> floor;
     std::vector<double> product;
-    HostBlock sum;
-    std::vector<double> latenessMs;
-    bool exact = true;
+    HostTotals totals;
 
     void Add(const HostResult& result) {
         for (const HostBlock& block : result.blocks) {
             product.push_back(block.hostUs / block.frames);
-            sum.hostUs += block.hostUs;
-            sum.serverUs += block.serverUs;
-            sum.machineUs += block.machineUs;
-            sum.machineCapacityUs += block.machineCapacityUs;
-            sum.seconds += block.seconds;
-            sum.samples += block.samples;
-            sum.patterns += block.patterns;
-            sum.frames += block.frames;
         }
-        latenessMs.insert(latenessMs.end(), result.latenessMs.begin(), result.latenessMs.end());
-        exact = exact && result.exact;
+        totals.Add(result);
     }
 };
 
-double Percentile(std::vector<double> values, double share) {
-    if (values.empty()) {
-        return 0;
-    }
-    const auto index = static_cast<std::size_t>(share * static_cast<double>(values.size() - 1));
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(index), values.end());
-    return values[index];
-}
-
 void ReportSeries(const Series& series) {
-    const HostBlock& sum = series.sum;
-    Measurement measurement{"cameras", std::to_string(series.cameras), "us", series.floor, series.product};
-    measurement.context = {
-        {"fps_per_camera", sum.frames / sum.seconds / series.cameras},
-        {"fps_asked", kAskedRate},
-        {"samples", sum.samples},
-        {"pattern_samples", sum.patterns},
-        {"lateness_p50_ms", Percentile(series.latenessMs, 0.5)},
-        {"lateness_p99_ms", Percentile(series.latenessMs, 0.99)},
-        {"host_core_percent", 100 * sum.hostUs / (sum.seconds * 1e6)},
-        {"server_core_percent", 100 * sum.serverUs / (sum.seconds * 1e6)},
-        {"server_us_per_frame", sum.serverUs / sum.frames},
-        {"machine_busy_percent", 100 * sum.machineUs / sum.machineCapacityUs},
-        {"machine_us_per_frame", sum.machineUs / sum.frames},
-        {"exact_clock", series.exact ? 1.0 : 0.0},
-    };
-    Report(measurement);
+    Report({"cameras", std::to_string(series.cameras), "us", series.floor, series.product,
+            series.totals.Context(series.cameras)});
 }
 
-}  // namespace
-
-void RunBench(const BenchOptions& options) {
-    if (!options.Wants("cameras")) {
-        return;
-    }
+void MeasureCosts(const BenchOptions& options) {
     const unsigned rounds = options.quick ? 1 : 10;
     HostOrders orders;
     orders.blocks = options.quick ? 1 : 2;
@@ -108,6 +68,17 @@ void RunBench(const BenchOptions& options) {
     ReportSeries(alone);
     for (const Series& series : together) {
         ReportSeries(series);
+    }
+}
+
+}  // namespace
+
+void RunBench(const BenchOptions& options) {
+    if (options.Wants("cameras")) {
+        MeasureCosts(options);
+    }
+    if (options.Wants("camera_limit")) {
+        MeasureMachineLimit(options);
     }
 }
 

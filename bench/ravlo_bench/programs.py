@@ -49,7 +49,7 @@ PROGRAMS: Tuple[Program, ...] = (
         1800,
     ),
     Program("bench_footprint", WINE, ("idle_wakeups", "idle_core", "idle_allocations", "first_sample", "memory"), 900),
-    Program("bench_cameras", WINE, ("cameras",), 900),
+    Program("bench_cameras", WINE, ("cameras", "camera_limit"), 1200),
     Program("bench_load", WINE, ("dll_size", "dll_load"), 600),
 )
 

@@ -114,6 +114,13 @@ ROWS: Tuple[Row, ...] = (
         "the machine {machine_busy_percent:.0f} % busy",
     ),
     Row(
+        12, "camera_limit", "cameras that the machine carries", "", "", Kind.FIGURE, sizes=NO_SIZE,
+        remark="{too_many:.0f} are too many: {too_many_samples_per_camera:.1f} of {fps_asked:.0f} samples a second "
+        "each, {too_many_pattern_samples:.0f} of the pattern, {too_many_lateness_p99_ms:.1f} ms late at p99, the "
+        "machine {too_many_machine_busy_percent:.0f} % busy, Wine's server {too_many_server_core_percent:.0f} % of a "
+        "core",
+    ),
+    Row(
         13, "first_sample", "activate to first sample, p95", "", "ms", Kind.PERCENTILE, 25,
         share=0.95, beyond="period_ms",
         remark="activate {activate_ms:.0f} ms, start {start_ms:.0f} ms, first request {request_ms:.0f} ms (medians)",

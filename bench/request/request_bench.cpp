@@ -1,16 +1,13 @@
 // RequestSample of the module, live, with a producer in another process. One run a size yields these figures:
 //
 // request_own        product: one call's wall time without waiting, arming, platform allocation, fill and log writes,
-// each
-//                    taken by a hook around it. There is no floor: the figure is an amount, the same at every size.
-//                    Each hook leaves about one reading of the clock behind; "hooks_us" says how much that is, and it
-//                    is not taken off.
+//                    each taken by a hook around it. There is no floor: the figure is an amount, the same at every
+//                    size. Each hook leaves about one reading of the clock behind; "hooks_us" says how much that is,
+//                    and it is not taken off.
 // request_own_awake  product: the same for calls that found their sample due and so waited for nothing, each right
-// after
-//                    another: what the work takes while caches and page tables still know it.
+//                    after another: what the work takes while caches and page tables still know it.
 // wake_up            product: return of a call's last wait against the sample's due time. Floor: one bare wait on the
-// same
-//                    grid (see live_run.h).
+//                    same grid (see live_run.h).
 // delivery_lateness  product: sample in the event queue against its due time. Floor: the bare wait and a bare sample.
 #include <functional>
 
