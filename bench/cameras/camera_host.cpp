@@ -13,9 +13,9 @@
 #include <stdexcept>
 #include <thread>
 
+#include "harness/live_camera.h"
 #include "harness/measuring_child.h"
 #include "harness/processor_time.h"
-#include "harness/live_camera.h"
 #include "harness/stopwatch.h"
 
 namespace ravlo::bench {

@@ -5,13 +5,13 @@
 
 #include "delivery/cost_meter.h"
 #include "delivery/floor_frames.h"
+#include "delivery/process_log.h"
+#include "delivery/role_talk.h"
+#include "delivery/sample_front.h"
 #include "harness/bare_log.h"
 #include "harness/bare_sample.h"
 #include "harness/live_camera.h"
 #include "platform/timer_flags.h"
-#include "delivery/process_log.h"
-#include "delivery/role_talk.h"
-#include "delivery/sample_front.h"
 #include "stream/object_event.h"
 
 // The floor's camera process of the row frame_cost: what nobody who delivers frames by these means can do without. One

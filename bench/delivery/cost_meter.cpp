@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "harness/performance_counter.h"
 #include "delivery/role_talk.h"
+#include "harness/performance_counter.h"
 
 namespace ravlo::bench {
 namespace {

@@ -1,8 +1,8 @@
 #include "delivery/cost_meter.h"
-#include "harness/live_camera.h"
 #include "delivery/process_log.h"
 #include "delivery/role_talk.h"
 #include "delivery/sample_front.h"
+#include "harness/live_camera.h"
 
 // The product's camera process of the row frame_cost: the module with its reader and gate threads, and a consumer that
 // pulls sample after sample and looks at nothing but the stamp.

@@ -3,11 +3,11 @@
 #include <stdexcept>
 #include <vector>
 
+#include "delivery/process_log.h"
+#include "delivery/role_talk.h"
 #include "harness/live_camera.h"
 #include "harness/page_buffer.h"
 #include "harness/performance_counter.h"
-#include "delivery/process_log.h"
-#include "delivery/role_talk.h"
 #include "support/wait.h"
 
 // The camera process of the rows end_to_end_*: pulls samples, judges each where it lies, and tells the counts.

@@ -1,9 +1,9 @@
 #include "delivery/end_to_end.h"
 
-#include "harness/measuring_child.h"
-#include "harness/frame_writer.h"
-#include "harness/report.h"
 #include "delivery/role_talk.h"
+#include "harness/frame_writer.h"
+#include "harness/measuring_child.h"
+#include "harness/report.h"
 #include "support/camera.h"
 
 // A producer at the camera's rate in one process, the camera and its consumer in another, for a minute: counts of what

@@ -4,10 +4,10 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "delivery/role_talk.h"
 #include "harness/frame_writer.h"
 #include "harness/measuring_child.h"
 #include "harness/report.h"
-#include "delivery/role_talk.h"
 #include "support/camera.h"
 
 // Processor time of a camera process for each frame that it delivers. Product and floor (cost_product.cpp,

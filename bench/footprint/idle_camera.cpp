@@ -11,10 +11,10 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "harness/measuring_child.h"
-#include "harness/processor_time.h"
 #include "footprint/footprint.h"
 #include "harness/live_camera.h"
+#include "harness/measuring_child.h"
+#include "harness/processor_time.h"
 #include "harness/report.h"
 #include "harness/stopwatch.h"
 

@@ -18,9 +18,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "harness/measuring_child.h"
 #include "footprint/footprint.h"
 #include "harness/live_camera.h"
+#include "harness/measuring_child.h"
 #include "harness/report.h"
 #include "platform/unique_handle.h"
 #include "support/committed_memory.h"

@@ -249,8 +249,8 @@ class LimitTest(unittest.TestCase):
     def test_limits_are_those_that_were_shown(self):
         self.assertEqual({key: limit.worst for key, limit in LIMITS.items()}, {
             ("request_own", "720p"): 60, ("request_own", "1080p"): 60, ("request_own", "2160p"): 60,
-            ("receive", "720p"): 0.90,
-            ("receive", "1080p"): 0.9, ("wake_up", "2160p"): math.inf,
+            ("consume", "2160p"): 1.25,
+            ("receive", "720p"): 0.90, ("receive", "1080p"): 0.9, ("receive", "2160p"): 0.9, ("wake_up", "2160p"): math.inf,
         })  # fmt: skip
 
     def test_unfavourable_end_may_be_at_the_limit_and_no_worse(self):
@@ -265,7 +265,7 @@ class LimitTest(unittest.TestCase):
 
     def test_bar_that_is_met_or_has_no_limit_needs_none(self):
         self.assertFalse(self.explained("receive", "720p", 0.98, 1.0, met=True))
-        self.assertFalse(self.explained("receive", "2160p", 0.95, 1.0))
+        self.assertFalse(self.explained("wake_up", "720p", 201.0, 250.0))
         self.assertFalse(self.explained("dll_size", "", 500.0, 500.0))
 
 
