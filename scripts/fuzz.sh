@@ -61,10 +61,6 @@ started=$SECONDS
 build_preset host-fuzz ravlo_fuzzers || exit 1
 echo "built host-fuzz in $((SECONDS - started)) s"
 
-# Equal addresses make a run repeatable, and AddressSanitizer wants a part of them that much randomisation may give
-# away.
-fixed_addresses=()
-if setarch "$(uname -m)" -R true 2>/dev/null; then fixed_addresses=(setarch "$(uname -m)" -R); fi
 # Freed memory is kept out of use for as long as a run of one input needs; more only costs memory.
 export ASAN_OPTIONS=quarantine_size_mb=16:allocator_may_return_null=0
 export UBSAN_OPTIONS=print_stacktrace=1
@@ -93,7 +89,8 @@ fuzz() {
     rm -rf "$folder/corpus"
     mkdir -p "$folder/corpus" "$folder/findings"
     mapfile -t options < <(options_of "$target")
-    exec timeout --kill-after=5 $((seconds + 60)) "${fixed_addresses[@]}" "build/host-fuzz/bin/ravlo_fuzz_$target" \
+    # Equal addresses make a run repeatable.
+    exec timeout --kill-after=5 $((seconds + 60)) scripts/lib/fixed_addresses.sh "build/host-fuzz/bin/ravlo_fuzz_$target" \
         -seed="$seed" -max_total_time=$((seconds - 1)) -print_final_stats=1 \
         -artifact_prefix="$folder/findings/" "${options[@]}" "$folder/corpus" "tests/fuzz/corpus/$target" \
         >"$folder/log" 2>&1 </dev/null 8>&-

@@ -92,10 +92,6 @@ run_suite() {
         --filter="$test_filter" "$@" 9>&- || true
 }
 
-# ThreadSanitizer needs its own part of the address space, which a kernel with much randomisation may have given away.
-fixed_addresses=()
-if setarch "$(uname -m)" -R true 2>/dev/null; then fixed_addresses=(setarch "$(uname -m)" -R); fi
-
 # build_step PRESET: builds it, or fails as one test; what depends on it fails then too.
 build_step() {
     local started=$SECONDS
@@ -115,7 +111,7 @@ native_suites() {
 }
 
 native_suite() {
-    run_suite "$1" --timeout "${RAVLO_SUITE_TIMEOUT:-240}" -- "${fixed_addresses[@]}" "$2"
+    run_suite "$1" --timeout "${RAVLO_SUITE_TIMEOUT:-240}" -- "$root/scripts/lib/fixed_addresses.sh" "$2"
 }
 
 # wine_suite NAME PROGRAM [SECONDS]
